@@ -1,0 +1,4 @@
+#pragma once
+// The value cells of a project and the named enumerations.
+#include "kelvane/types_cells.hpp"
+#include "kelvane/types_enums.hpp"
