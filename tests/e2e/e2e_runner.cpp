@@ -10,8 +10,11 @@
 //   expected/stderr   standard error (absent: nothing)
 //   expected/status   exit status as a number, or "abort" for SIGABRT
 //   expected/tree     optional: every path below tgt after the run, one per
-//                     line, sorted, directories with a trailing slash; the
-//                     files themselves stand in expected/tgt/. Without it the
+//                     line, sorted, directories with a trailing slash. Each
+//                     file must equal expected/tgt/PATH; a file that has no
+//                     copy there must equal the case's tgt/PATH as it was
+//                     before the run, or else tests/e2e/initial/PATH, the
+//                     files of the initial project. Without expected/tree the
 //                     target must be unchanged.
 // The source tree must be unchanged after every run.
 //
@@ -105,8 +108,9 @@ std::string join_lines(std::vector<std::string> const& lines) {
   return s;
 }
 
-// Compares the tree at `actual` with the listing and the files of `expected`.
-void compare_tree(std::string const& label, fs::path const& expected_root,
+// Compares the tree at `actual` with the listing and the files of the first
+// of `expected_roots` that holds each file.
+void compare_tree(std::string const& label, std::vector<fs::path> const& expected_roots,
                   std::vector<std::string> const& expected_listing, fs::path const& actual_root) {
   std::vector<std::string> const actual_listing = tree_listing(actual_root);
   if (actual_listing != expected_listing)
@@ -116,7 +120,12 @@ void compare_tree(std::string const& label, fs::path const& expected_root,
     fs::path const a = actual_root / rel;
     if (!fs::is_regular_file(a)) continue;
     bool ok = false;
-    std::string const want = read_file(expected_root / rel, &ok);
+    std::string want;
+    for (auto const& root : expected_roots) {
+      if (!fs::is_regular_file(root / rel)) continue;
+      want = read_file(root / rel, &ok);
+      break;
+    }
     if (!ok) {
       fail(label + " expected file missing: " + rel, "", "");
       continue;
@@ -220,13 +229,22 @@ int main(int argc, char** argv) {
           return false;
         }()) {
       write_file(e / "tree", join_lines(listing));
-      copy_tree(work / "tgt", e / "tgt");
+      fs::path const initial = case_dir.parent_path().parent_path() / "initial";
+      for (auto const& rel : listing) {
+        if (rel.back() == '/') continue;
+        std::string const got = read_file(work / "tgt" / rel);
+        fs::path const base = fs::is_regular_file(tgt_before / rel) ? tgt_before / rel : initial / rel;
+        bool have_base = false;
+        std::string const base_text = read_file(base, &have_base);
+        if (!have_base || base_text != got) write_file(e / "tgt" / rel, got);
+      }
     }
     std::cout << "recorded " << case_dir << "\n";
     return 0;
   }
 
   fs::path const e = case_dir / "expected";
+  fs::path const initial = case_dir.parent_path().parent_path() / "initial";
   std::string const want_status = read_file(e / "status");
   if (want_status != status + "\n") fail("exit status", want_status, status + "\n");
   std::string const want_out = read_file(e / "stdout");
@@ -234,14 +252,14 @@ int main(int argc, char** argv) {
   std::string const want_err = read_file(e / "stderr");
   if (want_err != err) fail("stderr", want_err, err);
 
-  compare_tree("source", src_before, src_listing, work / "src");
+  compare_tree("source", {src_before}, src_listing, work / "src");
 
   bool have_tree = false;
   std::string const tree_text = read_file(e / "tree", &have_tree);
   if (have_tree)
-    compare_tree("target", e / "tgt", split_lines(tree_text), work / "tgt");
+    compare_tree("target", {e / "tgt", tgt_before, initial}, split_lines(tree_text), work / "tgt");
   else
-    compare_tree("target (unchanged)", tgt_before, tgt_listing, work / "tgt");
+    compare_tree("target (unchanged)", {tgt_before}, tgt_listing, work / "tgt");
 
   if (failures) {
     std::cout << case_dir.filename().string() << ": " << failures << " mismatch(es)\n";
