@@ -1,0 +1,148 @@
+// The text side of the settings framework: escaping, key matching and the
+// line loop shared by every settings file.
+
+#include "settings/dialog.hpp"
+
+#include <cstdlib>
+
+namespace kelvane {
+
+bool chiptune_to_monosampler_promotion = false;
+
+namespace {
+
+// The default locale's isprint and isblank, on the byte taken as signed:
+// every byte from 0x80 up is unprintable.
+bool needs_escape(unsigned char c) {
+  bool const printable = c >= 0x20 && c < 0x7F;
+  bool const blank = c == ' ' || c == '\t';
+  return c == '\\' || !printable || blank;
+}
+
+// Keys of the old Chiptune instrument and the MonoSampler members that take
+// them while a promoted track loads.
+constexpr char const* kPromotionPairs[][2] = {
+    {"finetune[0]", "osc_finetune[0]"},   {"finetune[1]", "osc_finetune[1]"},
+    {"finetune[2]", "osc_finetune[2]"},   {"finetune[3]", "osc_finetune[3]"},
+    {"transpose[0]", "osc_transpose[0]"}, {"transpose[1]", "osc_transpose[1]"},
+    {"transpose[2]", "osc_transpose[2]"}, {"transpose[3]", "osc_transpose[3]"},
+};
+
+// Older keys and the current key that reads them.
+constexpr char const* kReplacements[][2] = {
+    {"callback_start", "start_callback"},
+    {"callback_stop", "stop_callback"},
+    {"callback_transpose[0]", "transpose_callback[0]"},
+    {"callback_transpose[1]", "transpose_callback[1]"},
+    {"callback_transpose[2]", "transpose_callback[2]"},
+    {"callback_transpose[3]", "transpose_callback[3]"},
+    {"callback_chord[0]", "chord_callback[0]"},
+    {"callback_chord[1]", "chord_callback[1]"},
+    {"callback_chord[2]", "chord_callback[2]"},
+    {"callback_chord[3]", "chord_callback[3]"},
+    {"midi_note_callback_program_idx", "midi_note_callback"},
+    {"midi_cc_callback_program_idx", "midi_cc_callback"},
+};
+
+template <size_t N>
+bool pair_listed(char const* const (&pairs)[N][2], char const* key, char const* member_name) {
+  for (auto const& pair : pairs)
+    if (std::strcmp(key, pair[0]) == 0 && std::strcmp(member_name, pair[1]) == 0) return true;
+  return false;
+}
+
+}  // namespace
+
+void escape_setting_text(char const* in, char* out, int limit) {
+  int n = 0;
+  for (; *in && n < limit; ++in) {
+    unsigned char const c = static_cast<unsigned char>(*in);
+    if (!needs_escape(c)) {
+      out[n++] = char(c);
+      continue;
+    }
+    if (n > limit - 5) break;
+    std::snprintf(out + n, 5, "\\x%02x", unsigned(c));
+    n += 4;
+  }
+  out[n] = 0;
+}
+
+void unescape_setting_text(char const* in, char* out) {
+  int n = 0;
+  while (*in && n < kEscapedTextSize - 1) {
+    if (*in != '\\') {
+      out[n++] = *in++;
+      continue;
+    }
+    if (in[1] == 'x') {
+      if (!in[2] || !in[3]) break;
+      char const digits[3] = {in[2], in[3], 0};
+      out[n++] = char(std::strtol(digits, nullptr, 16));
+      in += 4;
+      continue;
+    }
+    // A backslash before anything else is dropped with that byte; a lone
+    // backslash at the end ends the text.
+    if (!in[1]) break;
+    in += 2;
+  }
+  out[n] = 0;
+}
+
+bool settings_key_matches(char const* key, char const* member_name) {
+  if (chiptune_to_monosampler_promotion && pair_listed(kPromotionPairs, key, member_name)) return true;
+  if (std::strcmp(key, member_name) == 0) return true;
+  return pair_listed(kReplacements, key, member_name);
+}
+
+void settings_write_line(FILE* file, char const* key, char const* text, int limit) {
+  char escaped[kEscapedTextSize];
+  escape_setting_text(text, escaped, limit);
+  std::fprintf(file, "%s %s\n", key, escaped);
+}
+
+void settings_report_array_parse_error(char const* key, char const* value) {
+  std::fprintf(stderr, "error parsing array value: %s %s\n", key, value);
+}
+
+void settings_report_array_index_error(int index, char const* key, char const* value) {
+  std::fprintf(stderr, "found incorrect array index %d at %s %s\n", index, key, value);
+}
+
+void SettingsCodec<PatternType>::read(PatternType& cell, char const*, char const* value) {
+  char text[kEscapedTextSize];
+  unescape_setting_text(value, text);
+  for (int i = PatternType::count() - 1; i >= 1; --i) {
+    if (std::strcmp(text, PatternType::names[i]) == 0) {
+      cell = PatternType::from_index(i);
+      return;
+    }
+  }
+  cell = PatternType::from_index(0);
+}
+
+void SettingsCodec<KVSamplePath>::write(FILE* file, char const* key, KVSamplePath const& path) {
+  char plain[KVSamplePath::size + 1];
+  std::memcpy(plain, path.data, KVSamplePath::size);
+  plain[KVSamplePath::size] = 0;
+  settings_write_line(file, key, plain, kTextEscapeLimit);
+}
+
+void SettingsCodec<KVSamplePath>::read(KVSamplePath& path, char const*, char const* value) {
+  char plain[kEscapedTextSize];
+  unescape_setting_text(value, plain);
+  copy_text_into(path.data, KVSamplePath::size, plain);
+}
+
+bool settings_split_line(char const* line, char* key, char* value) {
+  if (std::sscanf(line, "%s %s\n", key, value) != 2) return false;
+  if (std::strcmp(key, "type") == 0 && std::strcmp(value, "Chiptune") == 0) {
+    std::puts("found Chiptune track type, promoting to MonoSampler!");
+    chiptune_to_monosampler_promotion = true;
+    std::strcpy(value, "MonoSampler");
+  }
+  return true;
+}
+
+}  // namespace kelvane

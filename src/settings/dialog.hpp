@@ -1,0 +1,292 @@
+#pragma once
+// The settings member framework. Every settings record is an ordered list
+// of named members, handed out by the record's `do_it`; three walkers set
+// the defaults, write one line per member, and offer a key and a value to
+// every member. How a member of a given type is written, read and reset is
+// told once, in `SettingsCodec<T>`, and shared by every record.
+
+#include <cstdio>
+#include <cstring>
+#include <type_traits>
+
+#include "kelvane/types.hpp"
+
+namespace kelvane {
+
+// Set while a track whose type was read as "Chiptune" is being loaded: the
+// keys of the old instrument then reach the oscillators of a MonoSampler.
+extern bool chiptune_to_monosampler_promotion;
+
+// Buffer sizes of the settings text work.
+inline constexpr int kValueTextSize = 128;    // a formatted value
+inline constexpr int kEscapedTextSize = 8192;  // an escaped or unescaped value
+inline constexpr int kLineSize = 1024;         // one line of a file
+inline constexpr int kValueEscapeLimit = kValueTextSize - 1;
+inline constexpr int kTextEscapeLimit = kEscapedTextSize - 1;
+
+// Writes `in` with every backslash, blank and unprintable byte as "\xNN".
+// The output holds at most `limit` characters plus a NUL (out must have
+// room for limit + 1); an escape that would pass limit - 5 ends the text.
+void escape_setting_text(char const* in, char* out, int limit);
+
+// Undoes the escape into `out` (kEscapedTextSize bytes). "\x" takes the
+// next two bytes as hexadecimal; a backslash before anything else is
+// dropped with the byte behind it.
+void unescape_setting_text(char const* in, char* out);
+
+// ---------------------------------------------------------------------------
+// Members.
+
+// A dialog entry that stores nothing; the walkers pass over it.
+struct Action {};
+
+template <class T>
+struct SettingsDialogMember {
+  char const* name;
+  T* target;
+};
+
+template <class T>
+constexpr SettingsDialogMember<T> member(char const* name, T& target) {
+  return {name, &target};
+}
+
+// A key as a compile-time string, so that keys like "cv_out_port[3]" can be
+// made from a name and an index.
+template <size_t N>
+struct FixedString {
+  char text[N]{};
+  constexpr FixedString(char const (&s)[N]) {
+    for (size_t i = 0; i < N; ++i) text[i] = s[i];
+  }
+  static constexpr size_t size = N;
+};
+
+template <FixedString Name, int Index>
+struct IndexedKey {
+  static constexpr int digits = Index >= 10 ? 2 : 1;
+  static constexpr auto make() {
+    struct Text {
+      char text[decltype(Name)::size + digits + 2];
+    } k{};
+    size_t n = 0;
+    for (; n + 1 < decltype(Name)::size; ++n) k.text[n] = Name.text[n];
+    k.text[n++] = '[';
+    if (Index >= 10) k.text[n++] = char('0' + Index / 10);
+    k.text[n++] = char('0' + Index % 10);
+    k.text[n++] = ']';
+    k.text[n] = 0;
+    return k;
+  }
+  static constexpr auto value = make();
+};
+
+// "name[index]" as a constant string.
+template <FixedString Name, int Index>
+constexpr char const* indexed_key() {
+  return IndexedKey<Name, Index>::value.text;
+}
+
+// Does the pair (key, member name) belong together? Exact match, one of the
+// promotion pairs while the Chiptune flag is set, or an older key of the
+// member's current one.
+bool settings_key_matches(char const* key, char const* member_name);
+
+// Writes one "key value" line with the value escaped under `limit`.
+void settings_write_line(FILE* file, char const* key, char const* text, int limit);
+
+// ---------------------------------------------------------------------------
+// Codecs: how one member type is reset, written and read.
+
+template <class T>
+concept EnumerationCell = requires { T::names; T::from_index(0); };
+
+template <class T>
+concept ValueCell = requires(T const& c, char* buf) {
+  T::parse_string("");
+  c.format_string(buf, size_t(1));
+};
+
+// The general value cell: written with its text form, read with its
+// parser. A text that reads as empty leaves the member as it was, so an
+// empty cell comes back as its default after a write and a read.
+template <class T>
+struct CellCodec {
+  static void set_default(T& cell) {
+    if constexpr (EnumerationCell<T>)
+      cell = T::from_index(T::default_index);
+    else
+      cell = T::default_cell();
+  }
+  static void write(FILE* file, char const* key, T const& cell) {
+    char text[kValueTextSize];
+    cell.format_string(text, sizeof text);
+    settings_write_line(file, key, text, kValueEscapeLimit);
+  }
+  static void read(T& cell, char const*, char const* value) {
+    char text[kEscapedTextSize];
+    unescape_setting_text(value, text);
+    T const parsed = T::parse_string(text);
+    if (!bytes_zero(parsed)) cell = parsed;
+  }
+};
+
+template <class T>
+struct SettingsCodec : CellCodec<T> {};
+
+// Program indexes and track indexes become empty on a text with no number,
+// so that an empty callback stays empty. A program index has no default.
+template <>
+struct SettingsCodec<ProgramIdx> : CellCodec<ProgramIdx> {
+  static void set_default(ProgramIdx& cell) { cell = ProgramIdx::empty_cell(); }
+  static void read(ProgramIdx& cell, char const*, char const* value) {
+    char text[kEscapedTextSize];
+    unescape_setting_text(value, text);
+    cell = ProgramIdx::parse_string(text);
+  }
+};
+template <>
+struct SettingsCodec<TrackIdx> : CellCodec<TrackIdx> {
+  static void read(TrackIdx& cell, char const*, char const* value) {
+    char text[kEscapedTextSize];
+    unescape_setting_text(value, text);
+    cell = TrackIdx::parse_string(text);
+  }
+};
+
+// A track's type: the names are tried from the last one down to
+// MonoSampler; any other text makes the track MIDI.
+template <>
+struct SettingsCodec<PatternType> : CellCodec<PatternType> {
+  static void read(PatternType& cell, char const*, char const* value);
+};
+
+// Fixed texts: a name or a path, escaped under the large limit.
+template <int N>
+struct SettingsCodec<KVArray<char, N>> {
+  static void set_default(KVArray<char, N>& text) { std::memset(text.data, 0, N); }
+  static void write(FILE* file, char const* key, KVArray<char, N> const& text) {
+    char plain[N + 1];
+    std::memcpy(plain, text.data, N);
+    plain[N] = 0;
+    settings_write_line(file, key, plain, kTextEscapeLimit);
+  }
+  static void read(KVArray<char, N>& text, char const*, char const* value) {
+    char plain[kEscapedTextSize];
+    unescape_setting_text(value, plain);
+    copy_text_into(text.data, N, plain);
+  }
+};
+template <>
+struct SettingsCodec<KVSamplePath> {
+  static void set_default(KVSamplePath& path) { std::memset(path.data, 0, sizeof path.data); }
+  static void write(FILE* file, char const* key, KVSamplePath const& path);
+  static void read(KVSamplePath& path, char const*, char const* value);
+};
+
+// Arrays of numbers: one "key [i]=v" line per element, v in decimal, read
+// without unescaping.
+void settings_report_array_parse_error(char const* key, char const* value);
+void settings_report_array_index_error(int index, char const* key, char const* value);
+
+template <ValueCell T, int N>
+struct SettingsCodec<KVArray<T, N>> {
+  static void set_default(KVArray<T, N>& array) {
+    for (T& e : array.data) SettingsCodec<T>::set_default(e);
+  }
+  static void write(FILE* file, char const* key, KVArray<T, N> const& array) {
+    for (int i = 0; i < N; ++i) std::fprintf(file, "%s [%d]=%d\n", key, i, array.data[i].value());
+  }
+  static void read(KVArray<T, N>& array, char const* key, char const* value) {
+    int index, number;
+    if (std::sscanf(value, "[%d]=%d", &index, &number) != 2) {
+      settings_report_array_parse_error(key, value);
+      return;
+    }
+    if (unsigned(index) >= unsigned(N)) {
+      settings_report_array_index_error(index, key, value);
+      return;
+    }
+    array.data[index] = T::in_range(number) ? T::from_value(number) : T::default_cell();
+  }
+};
+
+// ---------------------------------------------------------------------------
+// The walkers.
+
+// A record whose writer leaves out some keys names them in `skipped_keys`.
+template <class R>
+bool record_skips_key(char const* key) {
+  if constexpr (requires { R::skipped_keys; }) {
+    for (char const* skipped : R::skipped_keys)
+      if (std::strcmp(key, skipped) == 0) return true;
+  }
+  return false;
+}
+
+template <class R>
+void dialog_set_default(R& record) {
+  record.do_it([](auto... members) {
+    auto one = [](auto m) {
+      using T = std::remove_pointer_t<decltype(m.target)>;
+      if constexpr (!std::is_same_v<T, Action>) SettingsCodec<T>::set_default(*m.target);
+    };
+    (one(members), ...);
+  });
+}
+
+template <class R>
+void dialog_append_to_file(R& record, FILE* file) {
+  record.do_it([file](auto... members) {
+    auto one = [file](auto m) {
+      using T = std::remove_pointer_t<decltype(m.target)>;
+      if constexpr (!std::is_same_v<T, Action>) {
+        if (record_skips_key<R>(m.name)) return;
+        SettingsCodec<T>::write(file, m.name, *m.target);
+      }
+    };
+    (one(members), ...);
+  });
+}
+
+template <class R>
+void dialog_set_value(R& record, char const* key, char const* value) {
+  record.do_it([key, value](auto... members) {
+    auto one = [key, value](auto m) {
+      using T = std::remove_pointer_t<decltype(m.target)>;
+      if constexpr (!std::is_same_v<T, Action>) {
+        if (settings_key_matches(key, m.name)) SettingsCodec<T>::read(*m.target, key, value);
+      }
+    };
+    (one(members), ...);
+  });
+}
+
+// ---------------------------------------------------------------------------
+// Reading a key value file.
+
+// Splits one line read by fgets into key and value ("%s %s\n"); false if
+// the line does not hold two fields. Applies the Chiptune rule: a key
+// "type" with the value "Chiptune" is reported, sets the flag and reads as
+// "MonoSampler".
+bool settings_split_line(char const* line, char* key, char* value);
+
+// Offers every line of an open file to `offer(key, value)`.
+template <class F>
+void settings_read_lines(FILE* file, F&& offer) {
+  char line[kLineSize];
+  char key[kLineSize];
+  char value[kLineSize];
+  while (std::fgets(line, sizeof line, file))
+    if (settings_split_line(line, key, value)) offer(key, value);
+}
+
+// Offers every line of an open settings file to a record.
+template <class R>
+void dialog_read_file(R& record, FILE* file) {
+  settings_read_lines(file, [&record](char const* key, char const* value) {
+    dialog_set_value(record, key, value);
+  });
+}
+
+}  // namespace kelvane
