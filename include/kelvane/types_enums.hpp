@@ -414,6 +414,14 @@ struct MemoryDisplayFormat : Enumeration<MemoryDisplayFormat> {
   static constexpr int default_index = 0;
 };
 
+// Whether a program variable exists once or once per track.
+struct VariableScope : Enumeration<VariableScope> {
+  static constexpr char const* names[] = {"global", "track"};
+  // Every variable starts "global", so this text is never written.
+  static constexpr char const* empty_text = "";
+  static constexpr int default_index = 0;
+};
+
 // What advances a table.
 struct TableTriggerMode : Enumeration<TableTriggerMode> {
   static constexpr char const* names[] = {

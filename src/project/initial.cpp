@@ -1,4 +1,5 @@
-// The initial state of a project: what every file leaves out keeps.
+// The initial state of a project. What a file leaves out keeps this state,
+// so it is a part of the file format.
 
 #include <cstdio>
 
@@ -8,6 +9,14 @@ namespace kelvane {
 
 namespace {
 constexpr char kBuildStamp[] = "Mon Sep 29 23:24:55 PDT 2025";
+}
+
+ProgramVariable program_variable_initial() {
+  ProgramVariable v;
+  bytes_clear(v);
+  v.scope = VariableScope::from_index(0);
+  v.show_in_track_settings = Boolean::from_value(0);
+  return v;
 }
 
 void project_initialize(Project* project) {
@@ -23,7 +32,41 @@ void project_initialize(Project* project) {
   project->allocated_tables = 0;
   project->allocated_programs = 0;
 
-  for (int t = 0; t < kNumTracks; ++t) project->track_settings[t].type = PatternType::from_index(0);
+  for (int t = 0; t < kNumTracks; ++t) {
+    TrackSettings& track = project->track_settings[t];
+    dialog_set_default(track);
+    std::snprintf(track.name.data, sizeof track.name.data, "T %X", t);
+    track.midi_channel = decltype(track.midi_channel)::from_value(t + 1);
+  }
+
+  ProgramVariable const variable = program_variable_initial();
+  for (ProgramVariable& v : project->program_variables) bytes_copy(v, variable);
+
+  dialog_set_default(project->project_settings);
+
+  for (int t = 0; t < kNumTracks; ++t) {
+    dialog_set_default(project->mix_settings[t]);
+    bytes_clear(project->mix_modulation_mappings[t]);
+  }
+
+  for (int i = 0; i < kNumFXPatches; ++i) {
+    dialog_set_default(project->fx_parameters[i]);
+    project->fx_srr_callback[i] = ProgramIdx::empty_cell();
+  }
+}
+
+bool project_chord_is_initial(Project const* project, int idx) {
+  static ChordMemoryEntry const chord_empty{};
+  return bytes_equal(project->chord_memory[idx], chord_empty);
+}
+
+bool project_modulation_is_initial(Project const* project, int idx) {
+  static ModulationMemoryEntry const modulation_empty{};
+  return bytes_equal(project->modulation_memory[idx], modulation_empty);
+}
+
+bool project_program_variable_is_initial(Project const* project, int idx) {
+  return bytes_equal(project->program_variables[idx], program_variable_initial());
 }
 
 }  // namespace kelvane

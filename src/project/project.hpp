@@ -8,6 +8,7 @@
 #include "kelvane/types.hpp"
 #include "project/pattern.hpp"
 #include "settings/records.hpp"
+#include "settings/small_records.hpp"
 
 namespace kelvane {
 
@@ -24,11 +25,43 @@ inline constexpr int kNumFXPatches = 64;
 inline constexpr int kPatchesPerTrack = 64;
 inline constexpr int kNameSize = 32;
 
+inline constexpr int kChordNotes = 16;
+inline constexpr int kModulationColumns = 4;
+
+// A stored chord: how many notes it has and the notes as transposes.
+struct ChordMemoryEntry {
+  NumChordNotes num_chord_notes;
+  Transpose notes[kChordNotes];
+};
+
+// A stored set of four modulators, one per column.
+struct ModulationMemoryEntry {
+  ModulatorIdx modulator_idx[kModulationColumns];
+  Trigger trigger[kModulationColumns];
+  ModulatorWaveform modulator_waveform[kModulationColumns];
+  ModulatorSpeed modulator_speed[kModulationColumns];
+  ModulatorMultType modulator_mult_type[kModulationColumns];
+  ModulatorAmplitude modulator_amplitude[kModulationColumns];
+};
+
+static_assert(sizeof(ChordMemoryEntry) == 17);
+static_assert(sizeof(ModulationMemoryEntry) == 48);
+
 struct Project {
   char build_stamp[64];
+  ProjectSettings project_settings;
   TrackSettings track_settings[kNumTracks];
+  TrackCallbacks track_callbacks[kNumTracks];
+  MixSettings mix_settings[kNumTracks];
+  MixModulationMapping mix_modulation_mappings[kNumTracks];
   PatternIdx sequencer[kSequencerLines][kNumTracks];
   Pattern patterns[kNumPatterns];
+  ProgramVariable program_variables[kNumProgramVariables];
+  ChordMemoryEntry chord_memory[kNumChordMemory];
+  ModulationMemoryEntry modulation_memory[kNumModulationMemory];
+  FXParameters fx_parameters[kNumFXPatches];
+  ProgramIdx fx_srr_callback[kNumFXPatches];
+  char fx_patch_names[kNumFXPatches][kNameSize];
   int allocated_patterns;
   int allocated_tables;
   int allocated_programs;
@@ -39,6 +72,13 @@ static_assert(std::is_trivially_default_constructible_v<Project>,
               "a Project must be zero-initialised static storage");
 
 void project_initialize(Project* project);
+
+// Emptiness of the memory entries: all bytes zero.
+bool project_chord_is_initial(Project const* project, int idx);
+bool project_modulation_is_initial(Project const* project, int idx);
+// A program variable is unused while it equals the initial entry.
+bool project_program_variable_is_initial(Project const* project, int idx);
+ProgramVariable program_variable_initial();
 void project_load(Project* project, char const* path);
 void project_save(Project* project, char const* path);
 

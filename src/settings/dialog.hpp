@@ -7,7 +7,9 @@
 
 #include <cstdio>
 #include <cstring>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "kelvane/types.hpp"
 
@@ -51,6 +53,15 @@ constexpr SettingsDialogMember<T> member(char const* name, T& target) {
   return {name, &target};
 }
 
+// Joins the member tuples of `make.template operator()<I>()` for I from 0 to
+// N - 1: the members of a record that repeat with an index.
+template <int N, class Make>
+constexpr auto indexed_members(Make&& make) {
+  return [&]<int... I>(std::integer_sequence<int, I...>) {
+    return std::tuple_cat(make.template operator()<I>()...);
+  }(std::make_integer_sequence<int, N>{});
+}
+
 // A key as a compile-time string, so that keys like "cv_out_port[3]" can be
 // made from a name and an index.
 template <size_t N>
@@ -62,29 +73,33 @@ struct FixedString {
   static constexpr size_t size = N;
 };
 
-template <FixedString Name, int Index>
+// "name[i]" or "name[i][j]": a key made from a name and indices below 100.
+template <FixedString Name, int... Index>
 struct IndexedKey {
-  static constexpr int digits = Index >= 10 ? 2 : 1;
+  static constexpr size_t length = decltype(Name)::size - 1 + ((Index >= 10 ? 4 : 3) + ... + 0);
   static constexpr auto make() {
     struct Text {
-      char text[decltype(Name)::size + digits + 2];
+      char text[length + 1];
     } k{};
     size_t n = 0;
     for (; n + 1 < decltype(Name)::size; ++n) k.text[n] = Name.text[n];
-    k.text[n++] = '[';
-    if (Index >= 10) k.text[n++] = char('0' + Index / 10);
-    k.text[n++] = char('0' + Index % 10);
-    k.text[n++] = ']';
+    auto append = [&](int index) {
+      k.text[n++] = '[';
+      if (index >= 10) k.text[n++] = char('0' + index / 10);
+      k.text[n++] = char('0' + index % 10);
+      k.text[n++] = ']';
+    };
+    (append(Index), ...);
     k.text[n] = 0;
     return k;
   }
   static constexpr auto value = make();
 };
 
-// "name[index]" as a constant string.
-template <FixedString Name, int Index>
+template <FixedString Name, int... Index>
 constexpr char const* indexed_key() {
-  return IndexedKey<Name, Index>::value.text;
+  static_assert(((Index >= 0 && Index < 100) && ...));
+  return IndexedKey<Name, Index...>::value.text;
 }
 
 // Does the pair (key, member name) belong together? Exact match, one of the
@@ -99,9 +114,6 @@ void settings_write_line(FILE* file, char const* key, char const* text, int limi
 // Codecs: how one member type is reset, written and read.
 
 template <class T>
-concept EnumerationCell = requires { T::names; T::from_index(0); };
-
-template <class T>
 concept ValueCell = requires(T const& c, char* buf) {
   T::parse_string("");
   c.format_string(buf, size_t(1));
@@ -112,12 +124,7 @@ concept ValueCell = requires(T const& c, char* buf) {
 // empty cell comes back as its default after a write and a read.
 template <class T>
 struct CellCodec {
-  static void set_default(T& cell) {
-    if constexpr (EnumerationCell<T>)
-      cell = T::from_index(T::default_index);
-    else
-      cell = T::default_cell();
-  }
+  static void set_default(T& cell) { cell = T::default_cell(); }
   static void write(FILE* file, char const* key, T const& cell) {
     char text[kValueTextSize];
     cell.format_string(text, sizeof text);

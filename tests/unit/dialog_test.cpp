@@ -367,6 +367,7 @@ TEST(DialogWrite, SkippedKeysAreStillRead) {
 TEST(DialogWrite, IndexedKeys) {
   EXPECT_STREQ((indexed_key<"cv_out_port", 3>()), "cv_out_port[3]");
   EXPECT_STREQ((indexed_key<"func_key_track_idx", 11>()), "func_key_track_idx[11]");
+  EXPECT_STREQ((indexed_key<"chord_memory", 15, 7>()), "chord_memory[15][7]");
 }
 
 TEST(DialogRead, LongLinesArriveInPieces) {

@@ -1,0 +1,17 @@
+#include "project/files.hpp"
+
+namespace kelvane {
+
+FILE* open_versioned_file(std::filesystem::path const& file) {
+  FILE* f = std::fopen(file.c_str(), "w+");
+  if (f) std::fprintf(f, "#version %d\n", kFileVersion);
+  return f;
+}
+
+std::filesystem::path track_directory(std::filesystem::path const& project, int track) {
+  char name[16];
+  std::snprintf(name, sizeof name, "track_%02d", track);
+  return project / name;
+}
+
+}  // namespace kelvane
