@@ -31,6 +31,23 @@ extern "C" [[noreturn]] void __assert_fail(char const* expr, char const* file, u
 namespace {
 
 // ---------------------------------------------------------------------------
+// Import state: what has been brought over, for the whole run.
+
+// Source index to target index, for indices 0 .. N-1. Zero-initialised
+// static storage means "nothing mapped".
+template <int N>
+struct IndexMap {
+  int target_plus_one[N];
+
+  bool contains(int source) const { return source >= 0 && source < N && target_plus_one[source] != 0; }
+  int at(int source) const { return target_plus_one[source] - 1; }
+  void set(int source, int target) { target_plus_one[source] = target + 1; }
+};
+
+IndexMap<kNumChordMemory> chord_map;
+IndexMap<kNumProgramVariables> program_variable_map;
+
+// ---------------------------------------------------------------------------
 // Import engine.
 
 // Copies source pattern `pattern_idx` of track `track_src` into the target
@@ -59,6 +76,29 @@ IdxText idx_text(PatternIdx idx) {
   IdxText t;
   format_string_zz_num(t.text, sizeof t.text, idx);
   return t;
+}
+
+// Seeds a map with the entries the target already holds: each source
+// entry that is in use maps to the first target entry with equal bytes.
+template <class Entry, int N, class InUse>
+void prematch(IndexMap<N>& map, char const* label, Entry const (&src)[N], Entry const (&tgt)[N],
+              InUse in_use) {
+  for (int i = 0; i < N; ++i) {
+    if (!in_use(i)) continue;
+    for (int j = 0; j < N; ++j) {
+      if (!bytes_equal(src[i], tgt[j])) continue;
+      map.set(i, j);
+      std::printf("%s %02x -> %02x\n", label, unsigned(i), unsigned(j));
+      break;
+    }
+  }
+}
+
+void prematch_memory() {
+  prematch(chord_map, "ChordMemIdx", prj_src.chord_memory, prj_tgt.chord_memory,
+           [](int i) { return !project_chord_is_initial(&prj_src, i); });
+  prematch(program_variable_map, "VariableIdx", prj_src.program_variables, prj_tgt.program_variables,
+           [](int i) { return !project_program_variable_is_initial(&prj_src, i); });
 }
 
 constexpr int kNoRoom = -1;
@@ -195,6 +235,8 @@ int main(int argc, char** argv) {
 
   std::printf("patterns=%d, tables=%d, programs=%d\n", prj_src.allocated_patterns,
               prj_src.allocated_tables, prj_src.allocated_programs);
+
+  prematch_memory();
 
   if (source_track >= 0) {
     int const src_type = track_in_range(source_track) ? prj_src.track_settings[source_track].type.index() : 0;

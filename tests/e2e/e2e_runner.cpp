@@ -89,10 +89,14 @@ void fail(std::string const& what, std::string const& expected, std::string cons
             << visible(actual) << "\n---\n";
 }
 
+constexpr char kWholeFile[] = "(not a directory)";
+
 // Every path below root, sorted, directories with a trailing slash.
 std::vector<std::string> tree_listing(fs::path const& root) {
   std::vector<std::string> paths;
   if (!fs::exists(root)) return paths;
+  // A plain file where a project directory would be: the file itself.
+  if (!fs::is_directory(root)) return {kWholeFile};
   for (auto const& entry : fs::recursive_directory_iterator(root)) {
     std::string rel = fs::relative(entry.path(), root).generic_string();
     if (entry.is_directory()) rel += "/";
@@ -117,13 +121,14 @@ void compare_tree(std::string const& label, std::vector<fs::path> const& expecte
     fail(label + " tree", join_lines(expected_listing), join_lines(actual_listing));
   for (auto const& rel : expected_listing) {
     if (rel.back() == '/') continue;
-    fs::path const a = actual_root / rel;
+    fs::path const a = rel == kWholeFile ? actual_root : actual_root / rel;
     if (!fs::is_regular_file(a)) continue;
     bool ok = false;
     std::string want;
     for (auto const& root : expected_roots) {
-      if (!fs::is_regular_file(root / rel)) continue;
-      want = read_file(root / rel, &ok);
+      fs::path const e = rel == kWholeFile ? root : root / rel;
+      if (!fs::is_regular_file(e)) continue;
+      want = read_file(e, &ok);
       break;
     }
     if (!ok) {
