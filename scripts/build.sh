@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Configures and builds into build/ (or build-sanitize/ with "sanitize").
+# Configures and builds into build/ ("normal") or build-sanitize/
+# ("sanitize"). Further arguments name the targets to build (all if none).
 set -euo pipefail
 cd "$(dirname "$0")/.."
-if [ "${1:-}" = sanitize ]; then
+kind=${1:-normal}
+shift || true
+if [ "$kind" = sanitize ]; then
   dir=build-sanitize
   flags=(-DKELVANE_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug)
 else
@@ -10,4 +13,6 @@ else
   flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
 fi
 cmake -S . -B "$dir" -G Ninja "${flags[@]}" >/dev/null
-cmake --build "$dir" -j 2
+targets=()
+for t in "$@"; do targets+=(--target "$t"); done
+cmake --build "$dir" -j 2 "${targets[@]}"

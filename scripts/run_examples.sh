@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
-scripts/build.sh
+scripts/build.sh normal project_manager
 rm -rf out/examples
 mkdir -p out/examples
 cp -r examples/source out/examples/source

@@ -6,7 +6,8 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh
 for kind in normal sanitize; do
   echo "== $kind build"
-  if [ $kind = normal ]; then scripts/build.sh; dir=build; else scripts/build.sh sanitize; dir=build-sanitize; fi
+  scripts/build.sh $kind
+  if [ $kind = normal ]; then dir=build; else dir=build-sanitize; fi
   ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --test-dir "$dir" --output-on-failure -j 2
 done

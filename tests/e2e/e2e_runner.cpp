@@ -6,6 +6,7 @@
 //   setup             optional: lines "mkdir P", "file P" (an empty file) or
 //                     "rm P", applied to the work directory before the run
 //   src/, tgt/        optional: the source and target project trees
+//   work/             optional: more files, copied into the work directory
 //   expected/stdout   standard output (absent: nothing)
 //   expected/stderr   standard error (absent: nothing)
 //   expected/status   exit status as a number, or "abort" for SIGABRT
@@ -160,6 +161,8 @@ int main(int argc, char** argv) {
   fs::create_directories(work);
   copy_tree(case_dir / "src", work / "src");
   copy_tree(case_dir / "tgt", work / "tgt");
+  if (fs::exists(case_dir / "work"))
+    fs::copy(case_dir / "work", work, fs::copy_options::recursive | fs::copy_options::overwrite_existing);
 
   bool have_setup = false;
   for (auto const& line : split_lines(read_file(case_dir / "setup", &have_setup))) {
