@@ -122,11 +122,20 @@ void SettingsCodec<PatternType>::read(PatternType& cell, char const*, char const
   cell = PatternType::from_index(0);
 }
 
-void SettingsCodec<KVSamplePath>::write(FILE* file, char const* key, KVSamplePath const& path) {
-  char plain[KVSamplePath::size + 1];
-  std::memcpy(plain, path.data, KVSamplePath::size);
-  plain[KVSamplePath::size] = 0;
+void settings_write_text(FILE* file, char const* key, char const* text, char const* record_end) {
+  char plain[kEscapedTextSize];
+  size_t n = 0;
+  while (text + n < record_end && text[n] && n + 1 < sizeof plain) {
+    plain[n] = text[n];
+    ++n;
+  }
+  plain[n] = 0;
   settings_write_line(file, key, plain, kTextEscapeLimit);
+}
+
+void SettingsCodec<KVSamplePath>::write(FILE* file, char const* key, KVSamplePath const& path,
+                                        char const* record_end) {
+  settings_write_text(file, key, path.data, record_end);
 }
 
 void SettingsCodec<KVSamplePath>::read(KVSamplePath& path, char const*, char const* value) {

@@ -169,14 +169,17 @@ struct SettingsCodec<PatternType> : CellCodec<PatternType> {
 };
 
 // Fixed texts: a name or a path, escaped under the large limit.
+//
+// A text is written up to its first zero byte. A name that fills its array
+// has none, and its text runs on into the bytes of the members behind it,
+// as far as the record reaches: `record_end` bounds that run.
+void settings_write_text(FILE* file, char const* key, char const* text, char const* record_end);
+
 template <int N>
 struct SettingsCodec<KVArray<char, N>> {
   static void set_default(KVArray<char, N>& text) { std::memset(text.data, 0, N); }
-  static void write(FILE* file, char const* key, KVArray<char, N> const& text) {
-    char plain[N + 1];
-    std::memcpy(plain, text.data, N);
-    plain[N] = 0;
-    settings_write_line(file, key, plain, kTextEscapeLimit);
+  static void write(FILE* file, char const* key, KVArray<char, N> const& text, char const* record_end) {
+    settings_write_text(file, key, text.data, record_end);
   }
   static void read(KVArray<char, N>& text, char const*, char const* value) {
     char plain[kEscapedTextSize];
@@ -187,7 +190,7 @@ struct SettingsCodec<KVArray<char, N>> {
 template <>
 struct SettingsCodec<KVSamplePath> {
   static void set_default(KVSamplePath& path) { std::memset(path.data, 0, sizeof path.data); }
-  static void write(FILE* file, char const* key, KVSamplePath const& path);
+  static void write(FILE* file, char const* key, KVSamplePath const& path, char const* record_end);
   static void read(KVSamplePath& path, char const*, char const* value);
 };
 
@@ -244,12 +247,19 @@ void dialog_set_default(R& record) {
 
 template <class R>
 void dialog_append_to_file(R& record, FILE* file) {
-  record.do_it([file](auto... members) {
-    auto one = [file](auto m) {
+  // How far a name without terminator may run on: the end of the record, or
+  // of the memory a record that only points at its members names.
+  char const* record_end = reinterpret_cast<char const*>(&record) + sizeof(R);
+  if constexpr (requires { record.text_end; }) record_end = record.text_end;
+  record.do_it([file, record_end](auto... members) {
+    auto one = [file, record_end](auto m) {
       using T = std::remove_pointer_t<decltype(m.target)>;
       if constexpr (!std::is_same_v<T, Action>) {
         if (record_skips_key<R>(m.name)) return;
-        SettingsCodec<T>::write(file, m.name, *m.target);
+        if constexpr (requires { SettingsCodec<T>::write(file, m.name, *m.target, record_end); })
+          SettingsCodec<T>::write(file, m.name, *m.target, record_end);
+        else
+          SettingsCodec<T>::write(file, m.name, *m.target);
       }
     };
     (one(members), ...);
