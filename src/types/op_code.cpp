@@ -1,0 +1,47 @@
+// Text form of the op codes, and the older forms the step readers accept.
+
+#include <cstdio>
+#include <cstring>
+
+#include "kelvane/op_code_definition.hpp"
+
+namespace kelvane {
+
+OpCode OpCode::parse_string(char const* s) {
+  // The work buffer of the field cuts. The assertion's message, line 153
+  // included, is part of what the tool prints when it fires.
+  char buf[256];
+  KELVANE_ASSERT_AT(KELVANE_OP_CODE_DEFINITION_FILE, 153, strlen(s) < sizeof(buf) - 1);
+  OpCode op;
+  command::parse_fields(op, s, buf);
+  return op;
+}
+
+void OpCode::format_string(char* buf, size_t len) const { command::format_fields(*this, buf, len); }
+
+char const* op_code_key_upgrade(char const* key) {
+  static constexpr char const* older[] = {"op_code_midi", "op_code_all", "op_code_mono_sampler"};
+  for (char const* o : older)
+    if (std::strcmp(key, o) == 0) return "op_code";
+  return key;
+}
+
+char const* op_code_text_upgrade(char const* text, char (&buf)[16]) {
+  char const* format = nullptr;
+  if (std::strncmp(text, "lmem", 4) == 0)
+    format = "streL%s";
+  else if (std::strncmp(text, "gmem", 4) == 0)
+    format = "streG%s";
+  if (!format) return text;
+  // An over-long old text is cut to the 16 bytes of buf.
+  std::snprintf(buf, sizeof buf, format, text + 4);
+  return buf;
+}
+
+int step_column_word_index(char const* key) {
+  for (int i = 0; i < kNumStepColumnWords; ++i)
+    if (std::strcmp(key, kStepColumnWords[i]) == 0) return i;
+  return -1;
+}
+
+}  // namespace kelvane
