@@ -348,6 +348,9 @@ struct CommandCell {
   using storage = typename table::storage;
 
   OpType type;
+  // Named, always zero, so that no byte of the cell is padding: cells are
+  // compared and copied as bytes, also member by member.
+  uint8_t fill[alignof(storage) > sizeof(OpType) ? alignof(storage) - sizeof(OpType) : 1];
   storage args;
 
   // The number of arguments of the current type, 0 for the empty command.
@@ -601,6 +604,8 @@ struct OpCode : command::CommandCell<OpCodeLayout> {
 };
 
 static_assert(std::is_trivially_copyable_v<OpCode>);
+static_assert(sizeof(OpCode) == sizeof(OpCode::OpType) + sizeof(OpCode::fill) + sizeof(OpCode::storage),
+              "an op code has no padding bytes");
 static_assert(std::is_standard_layout_v<OpCode>);
 // The largest argument list is cal3's: four int cells.
 static_assert(sizeof(OpCode::storage) == 4 * sizeof(int));

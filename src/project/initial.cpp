@@ -26,7 +26,7 @@ void project_initialize(Project* project) {
   std::memset(project->build_stamp, 0, sizeof project->build_stamp);
   std::memcpy(project->build_stamp, kBuildStamp, sizeof kBuildStamp - 1);
 
-  for (Pattern& pattern : project->patterns) pattern.type = PatternType::from_index(0);
+  for (Pattern& pattern : project->patterns) pattern_initialize(&pattern);
 
   project->allocated_patterns = 0;
   project->allocated_tables = 0;

@@ -61,6 +61,10 @@ void project_load(Project* project, char const* path) {
   read_settings_file(project->project_settings, settings_file, SettingsReset::defaults);
   load_legacy_chord_memory(project, settings_file);
 
+  for (int i = 0; i < kNumPatterns; ++i)
+    if (project_load_pattern(&project->patterns[i], slot_file(dir, "patterns/pattern_%s.txt", i)) == 0)
+      project->allocated_patterns = i + 1;
+
   project_load_sequencer(project, dir / "sequencer.txt");
 
   for (int t = 0; t < kNumTracks; ++t) {

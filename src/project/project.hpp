@@ -17,7 +17,6 @@ inline constexpr int kSequencerLines = 256;
 inline constexpr int kNumPatterns = kZZLimit;
 inline constexpr int kNumTables = kZZLimit;
 inline constexpr int kNumPrograms = kZZLimit;
-inline constexpr int kStepsPerPattern = 64;
 inline constexpr int kNumProgramVariables = 64;
 inline constexpr int kNumChordMemory = 64;
 inline constexpr int kNumModulationMemory = 64;
@@ -85,6 +84,9 @@ void project_save(Project* project, char const* path);
 // sequencer.txt
 void project_load_sequencer(Project* project, std::filesystem::path const& file);
 void project_save_sequencer(Project const* project, std::filesystem::path const& file);
+
+// "patterns/pattern_XX.txt" and its kin: a numbered slot's file name.
+std::filesystem::path slot_file(std::filesystem::path const& dir, char const* format, int slot);
 
 // Empties every cell of a track's sequencer column that names no allocated
 // pattern of the track's type; cells beyond the counter are reported.

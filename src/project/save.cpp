@@ -75,6 +75,9 @@ void project_save(Project* project, char const* path) {
 
   for (int t = 0; t < kNumTracks; ++t) project_check_sequencer_column(project, t);
 
+  for (int i = 0; i < project->allocated_patterns; ++i)
+    if (project_save_pattern(&project->patterns[i], slot_file(dir, "patterns/pattern_%s.txt", i)) != 0) return;
+
   write_settings_file(project->project_settings, dir / "project_settings.txt");
 
   project_save_sequencer(project, dir / "sequencer.txt");

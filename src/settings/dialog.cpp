@@ -68,9 +68,9 @@ void escape_setting_text(char const* in, char* out, int limit) {
   out[n] = 0;
 }
 
-void unescape_setting_text(char const* in, char* out) {
+void unescape_setting_text(char const* in, char* out, int out_size) {
   int n = 0;
-  while (*in && n < kEscapedTextSize - 1) {
+  while (*in && n < out_size - 1) {
     if (*in != '\\') {
       out[n++] = *in++;
       continue;

@@ -31,10 +31,11 @@ inline constexpr int kTextEscapeLimit = kEscapedTextSize - 1;
 // room for limit + 1); an escape that would pass limit - 5 ends the text.
 void escape_setting_text(char const* in, char* out, int limit);
 
-// Undoes the escape into `out` (kEscapedTextSize bytes). "\x" takes the
-// next two bytes as hexadecimal; a backslash before anything else is
-// dropped with the byte behind it.
-void unescape_setting_text(char const* in, char* out);
+// Undoes the escape into `out` of `out_size` bytes (a settings value has
+// kEscapedTextSize, a step value kLineSize). "\x" takes the next two bytes
+// as hexadecimal; a backslash before anything else is dropped with the
+// byte behind it.
+void unescape_setting_text(char const* in, char* out, int out_size = kEscapedTextSize);
 
 // ---------------------------------------------------------------------------
 // Members.
@@ -288,14 +289,22 @@ void dialog_set_value(R& record, char const* key, char const* value) {
 // "MonoSampler".
 bool settings_split_line(char const* line, char* key, char* value);
 
-// Offers every line of an open file to `offer(key, value)`.
+// Offers every line of an open file to `offer(key, value)`. An `offer`
+// that returns bool ends the loop by returning false; the file then stands
+// at the next line.
 template <class F>
 void settings_read_lines(FILE* file, F&& offer) {
   char line[kLineSize];
   char key[kLineSize];
   char value[kLineSize];
-  while (std::fgets(line, sizeof line, file))
-    if (settings_split_line(line, key, value)) offer(key, value);
+  while (std::fgets(line, sizeof line, file)) {
+    if (!settings_split_line(line, key, value)) continue;
+    if constexpr (std::is_same_v<decltype(offer(key, value)), bool>) {
+      if (!offer(key, value)) return;
+    } else {
+      offer(key, value);
+    }
+  }
 }
 
 // Offers every line of an open settings file to a record.

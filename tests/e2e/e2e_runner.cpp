@@ -9,6 +9,10 @@
 //   work/             optional: more files, copied into the work directory
 //   expected/stdout   standard output (absent: nothing)
 //   expected/stderr   standard error (absent: nothing)
+//   expected/stderr.regex
+//                     instead of expected/stderr: an ECMAScript pattern the
+//                     whole of standard error must match (for assertion
+//                     messages, which name a line of the source)
 //   expected/status   exit status as a number, or "abort" for SIGABRT
 //   expected/tree     optional: every path below tgt after the run, one per
 //                     line, sorted, directories with a trailing slash. Each
@@ -34,6 +38,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -257,8 +262,14 @@ int main(int argc, char** argv) {
   if (want_status != status + "\n") fail("exit status", want_status, status + "\n");
   std::string const want_out = read_file(e / "stdout");
   if (want_out != out) fail("stdout", want_out, out);
-  std::string const want_err = read_file(e / "stderr");
-  if (want_err != err) fail("stderr", want_err, err);
+  bool have_regex = false;
+  std::string const err_regex = read_file(e / "stderr.regex", &have_regex);
+  if (have_regex) {
+    if (!std::regex_match(err, std::regex(err_regex))) fail("stderr (pattern)", err_regex, err);
+  } else {
+    std::string const want_err = read_file(e / "stderr");
+    if (want_err != err) fail("stderr", want_err, err);
+  }
 
   compare_tree("source", {src_before}, src_listing, work / "src");
 

@@ -36,6 +36,8 @@ def main():
         write(os.path.join(exp, 'stdout'), ns['stdout'])
     if ns.get('stderr'):
         write(os.path.join(exp, 'stderr'), ns['stderr'])
+    if ns.get('stderr_regex'):
+        write(os.path.join(exp, 'stderr.regex'), ns['stderr_regex'].encode())
     write(os.path.join(exp, 'status'), (ns.get('status', '0') + '\n').encode())
     if 'tree' in ns:
         write(os.path.join(exp, 'tree'), ''.join(p + '\n' for p in sorted(ns['tree'])).encode())

@@ -1,0 +1,120 @@
+#pragma once
+// The step line frame shared by pattern, table, program, chord memory and
+// modulation memory files: after the header, one line "%d %s %d %s\n" of
+// step, field key, column and escaped value for every non-empty cell.
+//
+// A step record describes its fields once, in writing order, as a tuple of
+// `StepField`s; the reader and the writer below walk that tuple.
+
+#include <cstdio>
+#include <cstring>
+#include <tuple>
+
+#include "kelvane/op_code_definition.hpp"
+#include "kelvane/types.hpp"
+#include "settings/dialog.hpp"
+
+namespace kelvane {
+
+// One field of a step record: its key and its cells, an array of N columns.
+template <class Step, class Cell, int N>
+struct StepField {
+  char const* key;
+  Cell (Step::*cells)[N];
+  static constexpr int columns = N;
+  using cell_type = Cell;
+};
+
+template <class Step, class Cell, int N>
+constexpr StepField<Step, Cell, N> step_field(char const* key, Cell (Step::*cells)[N]) {
+  return {key, cells};
+}
+
+// The text of a cell in a step line, before escaping.
+template <class Cell>
+void format_step_cell(Cell const& cell, char* buf, size_t len) {
+  std::memset(buf, 0, len);
+  cell.format_string(buf, len);
+}
+
+// Writes the step lines of `count` steps: steps ascending, fields in the
+// record's writing order, columns ascending, and only cells that are not
+// all zero.
+template <class Step>
+void write_step_lines(FILE* file, Step const* steps, int count) {
+  for (int s = 0; s < count; ++s) {
+    std::apply(
+        [&](auto const&... fields) {
+          auto one = [&](auto const& field) {
+            auto const& cells = steps[s].*(field.cells);
+            for (int c = 0; c < field.columns; ++c) {
+              if (bytes_zero(cells[c])) continue;
+              char text[kValueTextSize];
+              format_step_cell(cells[c], text, sizeof text);
+              char escaped[kEscapedTextSize];
+              escape_setting_text(text, escaped, kValueEscapeLimit);
+              std::fprintf(file, "%d %s %d %s\n", s, field.key, c, escaped);
+            }
+          };
+          (one(fields), ...);
+        },
+        Step::fields);
+  }
+}
+
+// The local version of a file with step lines: -1 until a "#version" line
+// says otherwise.
+inline constexpr int kNoVersion = -1;
+
+// One step line, split and decoded; false (after its message) if the line
+// is to be passed over. Applies the step range check, the older op code
+// keys and the older "gmem"/"lmem" texts.
+struct StepLine {
+  int step;
+  int column;
+  char key[kLineSize];
+  char value[kLineSize];
+  char upgraded[16];
+  char const* text;  // the value to parse: `value` or `upgraded`
+};
+bool split_step_line(char const* line, int step_count, StepLine* out);
+
+// Reads the step lines of an open file into `count` steps. Files older than
+// version 1 numbered `cond_mask` columns from 1: column 0 then held a flag
+// that only program rows keep (through `Step::legacy_cond_mask` where the
+// record has it), and the other columns move down by one.
+template <class Step>
+void read_step_lines(FILE* file, Step* steps, int count, int version) {
+  char line[kLineSize];
+  StepLine l;
+  while (std::fgets(line, sizeof line, file)) {
+    if (!split_step_line(line, count, &l)) continue;
+    if (version < 1 && std::strcmp(l.key, "cond_mask") == 0) {
+      if (l.column == 0) {
+        unsigned flag;
+        if (std::sscanf(l.text, "%x", &flag) == 1) {
+          if constexpr (requires { Step::legacy_cond_mask(steps[0], 0u); })
+            Step::legacy_cond_mask(steps[l.step], flag);
+        }
+        continue;
+      }
+      --l.column;
+    }
+    std::apply(
+        [&](auto const&... fields) {
+          auto one = [&](auto const& field) {
+            if (std::strcmp(l.key, field.key) != 0) return;
+            if (l.column < 0 || l.column >= field.columns) {
+              std::fputs("warning, incorrect column idx found\n", stderr);
+              return;
+            }
+            using Cell = typename std::remove_cvref_t<decltype(field)>::cell_type;
+            (steps[l.step].*(field.cells))[l.column] = Cell::parse_string(l.text);
+          };
+          (one(fields), ...);
+        },
+        Step::fields);
+  }
+}
+
+}  // namespace kelvane
