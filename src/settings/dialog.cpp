@@ -44,11 +44,21 @@ constexpr char const* kReplacements[][2] = {
     {"midi_cc_callback_program_idx", "midi_cc_callback"},
 };
 
+// The second of the pair whose first is `key`, or null.
 template <size_t N>
-bool pair_listed(char const* const (&pairs)[N][2], char const* key, char const* member_name) {
+char const* paired_name(char const* const (&pairs)[N][2], char const* key) {
   for (auto const& pair : pairs)
-    if (std::strcmp(key, pair[0]) == 0 && std::strcmp(member_name, pair[1]) == 0) return true;
-  return false;
+    if (std::strcmp(key, pair[0]) == 0) return pair[1];
+  return nullptr;
+}
+
+constexpr char kHexDigits[] = "0123456789abcdef";
+
+int hex_value(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
 }
 
 }  // namespace
@@ -62,8 +72,10 @@ void escape_setting_text(char const* in, char* out, int limit) {
       continue;
     }
     if (n > limit - 5) break;
-    std::snprintf(out + n, 5, "\\x%02x", unsigned(c));
-    n += 4;
+    out[n++] = '\\';
+    out[n++] = 'x';
+    out[n++] = kHexDigits[c >> 4];
+    out[n++] = kHexDigits[c & 15];
   }
   out[n] = 0;
 }
@@ -77,8 +89,15 @@ void unescape_setting_text(char const* in, char* out, int out_size) {
     }
     if (in[1] == 'x') {
       if (!in[2] || !in[3]) break;
-      char const digits[3] = {in[2], in[3], 0};
-      out[n++] = char(std::strtol(digits, nullptr, 16));
+      int const high = hex_value(in[2]), low = hex_value(in[3]);
+      if (high >= 0 && low >= 0) {
+        out[n++] = char(high * 16 + low);
+      } else {
+        // Anything but two digits goes the way of strtol: blanks, a sign,
+        // a single digit.
+        char const digits[3] = {in[2], in[3], 0};
+        out[n++] = char(std::strtol(digits, nullptr, 16));
+      }
       in += 4;
       continue;
     }
@@ -90,11 +109,10 @@ void unescape_setting_text(char const* in, char* out, int out_size) {
   out[n] = 0;
 }
 
-bool settings_key_matches(char const* key, char const* member_name) {
-  if (chiptune_to_monosampler_promotion && pair_listed(kPromotionPairs, key, member_name)) return true;
-  if (std::strcmp(key, member_name) == 0) return true;
-  return pair_listed(kReplacements, key, member_name);
-}
+SettingsKey::SettingsKey(char const* file_key)
+    : key(file_key),
+      promoted(chiptune_to_monosampler_promotion ? paired_name(kPromotionPairs, file_key) : nullptr),
+      current(paired_name(kReplacements, file_key)) {}
 
 void settings_write_line(FILE* file, char const* key, char const* text, int limit) {
   char escaped[kEscapedTextSize];

@@ -103,10 +103,20 @@ constexpr char const* indexed_key() {
   return IndexedKey<Name, Index...>::value.text;
 }
 
-// Does the pair (key, member name) belong together? Exact match, one of the
-// promotion pairs while the Chiptune flag is set, or an older key of the
-// member's current one.
-bool settings_key_matches(char const* key, char const* member_name);
+// The member names a key of a file reaches: the key itself, the member it
+// is promoted to while the Chiptune flag is set, and the current name of an
+// older key. Worked out once per line, then compared with each member.
+struct SettingsKey {
+  char const* key;
+  char const* promoted;  // or null
+  char const* current;   // or null
+
+  explicit SettingsKey(char const* file_key);
+  bool matches(char const* member_name) const {
+    return std::strcmp(key, member_name) == 0 || (promoted && std::strcmp(promoted, member_name) == 0) ||
+           (current && std::strcmp(current, member_name) == 0);
+  }
+};
 
 // Writes one "key value" line with the value escaped under `limit`.
 void settings_write_line(FILE* file, char const* key, char const* text, int limit);
@@ -269,11 +279,12 @@ void dialog_append_to_file(R& record, FILE* file) {
 
 template <class R>
 void dialog_set_value(R& record, char const* key, char const* value) {
-  record.do_it([key, value](auto... members) {
-    auto one = [key, value](auto m) {
+  SettingsKey const k(key);
+  record.do_it([&k, key, value](auto... members) {
+    auto one = [&k, key, value](auto m) {
       using T = std::remove_pointer_t<decltype(m.target)>;
       if constexpr (!std::is_same_v<T, Action>) {
-        if (settings_key_matches(key, m.name)) SettingsCodec<T>::read(*m.target, key, value);
+        if (k.matches(m.name)) SettingsCodec<T>::read(*m.target, key, value);
       }
     };
     (one(members), ...);

@@ -1,0 +1,118 @@
+// Loads and saves a project that holds all 1296 pattern slots, and copies
+// the same files plainly, to show what the text codecs cost on top of the
+// file system.
+//
+// usage: load_save_bench [WORK_DIR] [ROUNDS]
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "project/project.hpp"
+
+using namespace kelvane;
+namespace fs = std::filesystem;
+
+namespace {
+
+Project bench_project;
+
+// A MIDI pattern with a few busy steps, written the way the tracker does.
+void generate(fs::path const& dir) {
+  fs::remove_all(dir);
+  project_initialize(&bench_project);
+  char const* notes[] = {"C-4", "E-4", "G-4", "B-4"};
+  for (int i = 0; i < kNumPatterns; ++i) {
+    Pattern& p = bench_project.patterns[i];
+    std::snprintf(p.settings.name.data, sizeof p.settings.name.data, "pattern %d", i);
+    for (int s = 0; s < kStepsPerPattern; s += 2) {
+      auto& step = p.steps.midi.data[s];
+      for (int c = 0; c < 4; ++c) {
+        step.note[c] = Note::parse_string(notes[(s + c + i) % 4]);
+        step.velocity[c] = Velocity::from_value((s * 7 + c) % 128);
+      }
+      step.op_code[0] = OpCode::parse_string("bpm\xb0" "120\xb0\xb0");
+      step.op_code[1] = OpCode::parse_string("trns0 +5");
+      step.table_idx[0] = TableIdx::from_value((i + s) % kNumTables);
+      step.step_length[0] = StepLength::from_value(6);
+    }
+  }
+  bench_project.allocated_patterns = kNumPatterns;
+  for (int line = 0; line < kSequencerLines; ++line)
+    bench_project.sequencer[line][0] = PatternIdx::from_value(line);
+  project_save(&bench_project, dir.c_str());
+}
+
+// Reads every file below `from` and writes it below `to`.
+void plain_copy(fs::path const& from, fs::path const& to) {
+  std::vector<char> buffer(1 << 20);
+  for (auto const& entry : fs::recursive_directory_iterator(from)) {
+    fs::path const target = to / fs::relative(entry.path(), from);
+    if (entry.is_directory()) {
+      fs::create_directories(target);
+      continue;
+    }
+    FILE* in = std::fopen(entry.path().c_str(), "r");
+    FILE* out = std::fopen(target.c_str(), "w+");
+    size_t n;
+    while ((n = std::fread(buffer.data(), 1, buffer.size(), in)) > 0) std::fwrite(buffer.data(), 1, n, out);
+    std::fclose(in);
+    std::fclose(out);
+  }
+}
+
+double seconds_since(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  fs::path const work = argc > 1 ? fs::path(argv[1]) : fs::temp_directory_path() / "kelvane_load_save_bench";
+  int const rounds = argc > 2 ? std::atoi(argv[2]) : 5;
+  fs::path const source = work / "source";
+  fs::path const saved = work / "saved";
+  fs::path const copied = work / "copied";
+  generate(source);
+
+  uintmax_t bytes = 0;
+  int files = 0;
+  for (auto const& entry : fs::recursive_directory_iterator(source))
+    if (entry.is_regular_file()) {
+      bytes += entry.file_size();
+      ++files;
+    }
+  std::printf("project: %d files, %ju bytes, %d patterns\n", files, bytes, kNumPatterns);
+
+  double best_load_save = 1e9, best_load = 1e9, best_copy = 1e9;
+  for (int r = 0; r < rounds; ++r) {
+    fs::remove_all(saved);
+    auto start = std::chrono::steady_clock::now();
+    project_load(&bench_project, source.c_str());
+    double const load = seconds_since(start);
+    project_save(&bench_project, saved.c_str());
+    double const load_save = seconds_since(start);
+    if (bench_project.allocated_patterns != kNumPatterns) {
+      std::fprintf(stderr, "load found %d patterns\n", bench_project.allocated_patterns);
+      return 1;
+    }
+
+    fs::remove_all(copied);
+    start = std::chrono::steady_clock::now();
+    plain_copy(source, copied);
+    double const copy = seconds_since(start);
+
+    best_load = std::min(best_load, load);
+    best_load_save = std::min(best_load_save, load_save);
+    best_copy = std::min(best_copy, copy);
+  }
+  std::printf("load:        %8.3f ms\n", best_load * 1e3);
+  std::printf("load + save: %8.3f ms\n", best_load_save * 1e3);
+  std::printf("plain copy:  %8.3f ms\n", best_copy * 1e3);
+  std::printf("ratio (load + save) / copy: %.2f\n", best_load_save / best_copy);
+  fs::remove_all(work);
+  return 0;
+}
