@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include "settings_text.hpp"
+
 #include <random>
 #include <string>
 
 #include "settings/dialog.hpp"
 
 using namespace kelvane;
+using namespace kelvane::testing_support;
 
 namespace {
 
@@ -66,25 +69,6 @@ struct Mod {
   }
 };
 
-template <class R>
-std::string written(R& record) {
-  char* data = nullptr;
-  size_t size = 0;
-  FILE* f = open_memstream(&data, &size);
-  dialog_append_to_file(record, f);
-  std::fclose(f);
-  std::string s(data, size);
-  std::free(data);
-  return s;
-}
-
-template <class R>
-void read_text(R& record, std::string const& text) {
-  FILE* f = fmemopen(const_cast<char*>(text.data()), text.size(), "r");
-  dialog_read_file(record, f);
-  std::fclose(f);
-}
-
 std::string escaped(std::string const& in, int limit) {
   char out[kEscapedTextSize];
   escape_setting_text(in.c_str(), out, limit);
@@ -95,13 +79,6 @@ std::string unescaped(std::string const& in) {
   char out[kEscapedTextSize];
   unescape_setting_text(in.c_str(), out);
   return out;
-}
-
-TestRecord fresh() {
-  TestRecord r;
-  bytes_clear(r);
-  dialog_set_default(r);
-  return r;
 }
 
 }  // namespace
@@ -154,7 +131,7 @@ TEST(DialogUnescape, RandomBytesStayInsideTheBuffers) {
     ASSERT_LE(std::strlen(esc), size_t(kValueEscapeLimit));
     escape_setting_text(out, esc, kTextEscapeLimit);
     // Reading a random line never fails visibly.
-    TestRecord r = fresh();
+    TestRecord r = fresh<TestRecord>();
     read_text(r, s);
     std::string const cut = s.substr(0, s.size() / 2);
     read_text(r, "name " + cut + "\ncutoff " + cut + "\ncv_scale " + cut + "\n");
@@ -162,7 +139,7 @@ TEST(DialogUnescape, RandomBytesStayInsideTheBuffers) {
 }
 
 TEST(DialogWrite, DefaultsAndEmptyTexts) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   r.cutoff = Param8Bit<224>::from_value(0xF5);
   EXPECT_EQ(written(r),
             "cutoff f5\n"
@@ -197,7 +174,7 @@ TEST(DialogRead, EmptyCellsComeBackAsDefaults) {
   bytes_clear(e);
   e.track = TrackIdx::empty_cell();
   std::string const text = written(e);
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   read_text(r, text);
   EXPECT_EQ(r.cutoff.value(), 224);
   EXPECT_EQ(r.port.value(), 7);
@@ -209,7 +186,7 @@ TEST(DialogRead, EmptyCellsComeBackAsDefaults) {
 }
 
 TEST(DialogRead, NumbersAndBadValues) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   read_text(r, "port 16\nflag \\xf9\nenable 5\n");
   EXPECT_EQ(r.port.value(), 7);
   EXPECT_EQ(r.flag.value(), 0);
@@ -227,7 +204,7 @@ TEST(DialogRead, NumbersAndBadValues) {
 }
 
 TEST(DialogRead, ProgramIdxTexts) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   for (char const* text : {"\\x04\\x04", "\\xf9", "\\xf9\\xf9", "zzz"}) {
     r.midi_note_callback = ProgramIdx::from_value(5);
     read_text(r, std::string("midi_note_callback ") + text + "\n");
@@ -238,7 +215,7 @@ TEST(DialogRead, ProgramIdxTexts) {
 }
 
 TEST(DialogRead, TrackIdxTexts) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   read_text(r, "track \\x04\n");
   EXPECT_EQ(r.track.stored, 1);
   read_text(r, "track f\n");
@@ -251,11 +228,11 @@ TEST(DialogRead, TrackIdxTexts) {
 }
 
 TEST(DialogRead, NameRoundTrip) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   std::memcpy(r.name.data, "a b\\", 4);
   std::string const text = written(r);
   EXPECT_NE(text.find("name a\\x20b\\x5c\n"), std::string::npos);
-  TestRecord back = fresh();
+  TestRecord back = fresh<TestRecord>();
   read_text(back, text);
   EXPECT_EQ(std::string(back.name.data), "a b\\");
   // Longer texts fill the array without a terminator; shorter ones leave
@@ -267,7 +244,7 @@ TEST(DialogRead, NameRoundTrip) {
 }
 
 TEST(DialogRead, ReplacementsAndOrder) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   read_text(r, "callback_start 0a\n");
   EXPECT_EQ(r.start_callback.value(), 10);
   // Both members that answer the key are set.
@@ -282,14 +259,14 @@ TEST(DialogRead, ReplacementsAndOrder) {
 }
 
 TEST(DialogRead, LinesWithOneFieldAndUnknownKeys) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   TestRecord const before = r;
   read_text(r, "cutoff\n\n#version 1\nunknown 12\n   \nname \n");
   EXPECT_TRUE(bytes_equal(r, before));
 }
 
 TEST(DialogRead, ArrayMessages) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   testing::internal::CaptureStderr();
   read_text(r, "cv_scale [3]=1\ncv_scale 2048\ncv_scale [0]=5000\nper_voice_parameter [7]=300\n"
                "cv_scale [-1]=5\ncv_scale [1]=7\ncv_scale \\x5b2]=9\n");
@@ -304,8 +281,46 @@ TEST(DialogRead, ArrayMessages) {
   EXPECT_EQ(r.per_voice_parameter[7].value(), 128);
 }
 
+namespace {
+struct ReverbRecord {
+  MidiverbAlgo reverb_algorithm;
+  ModCombineOp combine;
+  template <class F>
+  void do_it(F&& f) {
+    f(member("reverb_algorithm", reverb_algorithm), member("combine", combine));
+  }
+};
+}  // namespace
+
+TEST(DialogRead, DuplicateNamesComeBackAsTheFirstRow) {
+  auto r = fresh<ReverbRecord>();
+  EXPECT_EQ(r.reverb_algorithm.index(), 23);
+  for (auto [written_index, read_index] : {std::pair{127, 63}, {81, 77}, {63, 63}, {100, 100}}) {
+    r.reverb_algorithm = MidiverbAlgo::from_index(written_index);
+    std::string const text = written(r);
+    auto back = fresh<ReverbRecord>();
+    read_text(back, text);
+    EXPECT_EQ(back.reverb_algorithm.index(), read_index) << text;
+  }
+  r.reverb_algorithm = MidiverbAlgo::from_index(81);
+  std::string const line = "reverb_algorithm echo\\x20short\\x20\\x20flat\n";
+  EXPECT_EQ(written(r).substr(0, line.size()), line);
+}
+
+TEST(DialogRead, EnumerationEmptyTextsKeepTheDefault) {
+  ReverbRecord e;
+  bytes_clear(e);
+  std::string const text = written(e);
+  EXPECT_NE(text.find("combine \\xb0\\xb0\\xb0\\xb0\\xb0\\xb0\\xb0\\xb0\n"), std::string::npos);
+  auto back = fresh<ReverbRecord>();
+  back.combine = ModCombineOp::from_index(3);
+  read_text(back, text);
+  EXPECT_EQ(back.combine.index(), 3);
+  EXPECT_EQ(back.reverb_algorithm.index(), 23);
+}
+
 TEST(DialogRead, TrackTypeNames) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   read_text(r, "type Utility\n");
   EXPECT_EQ(r.type.index(), 8);
   read_text(r, "type Sampler\n");
@@ -317,7 +332,7 @@ TEST(DialogRead, TrackTypeNames) {
 }
 
 TEST(DialogRead, ChiptuneIsPromotedEachTime) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   chiptune_to_monosampler_promotion = false;
   testing::internal::CaptureStdout();
   read_text(r, "type Chiptune\ntype MIDI\ntype Chiptune\n");
@@ -371,7 +386,7 @@ TEST(DialogWrite, IndexedKeys) {
 }
 
 TEST(DialogRead, LongLinesArriveInPieces) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   // 1100 bytes: the first 1023 form one line, the rest another.
   std::string line = "name " + std::string(1018, 'y') + "port 4\n";
   read_text(r, line);
@@ -380,7 +395,7 @@ TEST(DialogRead, LongLinesArriveInPieces) {
 }
 
 TEST(DialogRead, SamplePath) {
-  TestRecord r = fresh();
+  TestRecord r = fresh<TestRecord>();
   read_text(r, "sample /samples/kick\\x20one.wav\n");
   EXPECT_EQ(std::string(r.sample.data), "/samples/kick one.wav");
   EXPECT_NE(written(r).find("sample /samples/kick\\x20one.wav\n"), std::string::npos);

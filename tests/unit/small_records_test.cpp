@@ -1,39 +1,15 @@
 #include <gtest/gtest.h>
 
+#include "settings_text.hpp"
+
 #include <string>
 
 #include "settings/small_records.hpp"
 
 using namespace kelvane;
+using namespace kelvane::testing_support;
 
 namespace {
-
-template <class R>
-std::string written(R& record) {
-  char* data = nullptr;
-  size_t size = 0;
-  FILE* f = open_memstream(&data, &size);
-  dialog_append_to_file(record, f);
-  std::fclose(f);
-  std::string s(data, size);
-  std::free(data);
-  return s;
-}
-
-template <class R>
-void read_text(R& record, std::string const& text) {
-  FILE* f = fmemopen(const_cast<char*>(text.data()), text.size(), "r");
-  dialog_read_file(record, f);
-  std::fclose(f);
-}
-
-template <class R>
-R fresh() {
-  R r;
-  bytes_clear(r);
-  dialog_set_default(r);
-  return r;
-}
 
 }  // namespace
 
