@@ -150,7 +150,10 @@ void import_list(cxxopts::ParseResult const& result, int source_track, int targe
   std::vector<std::string> const names = result["pattern"].as<std::vector<std::string>>();
   for (std::string const& name : names) {
     std::printf("importing pattern %s\n", name.c_str());
-    int const idx = PatternIdx::parse_string(name.c_str()).value();
+    // A name is an index from 0 to 1295; anything else is the empty value.
+    PatternIdx parsed = PatternIdx::parse_string(name.c_str());
+    if (parsed.has_number() && parsed.value() < 0) parsed = PatternIdx::empty_cell();
+    int const idx = parsed.value();
     if (!(idx < prj_src.allocated_patterns)) {
       std::fprintf(stderr, "error: pattern index `%s' out of range! (%d>=%d)\n", name.c_str(), idx,
                    prj_src.allocated_patterns);

@@ -143,7 +143,10 @@ inline int zz_fold(char const* text) {
   return int(n);
 }
 
-// The zz text of a number 0..1295 into two characters.
+// The zz text of a number below 1296 into two characters: digits, then
+// lower case letters. A negative number, which only a corrupt text gives,
+// goes through the same arithmetic and comes out as the bytes below '0'
+// that read back as it.
 inline void zz_digits(char* out, int n) {
   int q = n / 36, r = n % 36;
   out[0] = char(n < 360 ? '0' + q : 'a' + (q - 10));
@@ -158,19 +161,14 @@ void format_string_zz_num(char* buf, size_t len, T value) {
   } else if (T::allow_magic && value.stored == 1) {
     buf[0] = buf[1] = kMagic;
   } else {
-    int n = value.value();
-    if (n >= 0 && n < kZZLimit) {
-      zz_digits(buf, n);
-    } else {
-      // No reader makes such a cell; keep the text inside the two places.
-      buf[0] = buf[1] = '?';
-    }
+    zz_digits(buf, value.value());
   }
   buf[2] = 0;
 }
 
 // Reads a zz text: empty and magic first, then the base-36 fold; a result
-// outside 0..1295 is the empty cell.
+// of 1296 or more is the empty cell. A fold below 0 (bytes below '0') is
+// kept as the number it is, so that a corrupt text is written back as read.
 template <class T>
 T parse_string_zz_num(char const* text) {
   unsigned char c0 = static_cast<unsigned char>(text[0]);
@@ -179,7 +177,7 @@ T parse_string_zz_num(char const* text) {
   if (c0 == 0x04 && (c1 == 0x04 || c1 == 0)) return T::allow_magic ? T::magic_cell() : T::empty_cell();
   if (c0 == 0xF9 && (c1 == 0xF9 || c1 == 0)) return T::empty_cell();
   int n = zz_fold(text);
-  if (n >= 0 && n < kZZLimit) return T::from_value(n);
+  if (n < kZZLimit) return T::from_value(n);
   return T::empty_cell();
 }
 

@@ -114,6 +114,18 @@ TEST(CellZZ, FormatEveryNumber) {
   EXPECT_NE(std::string(buf), "\x04\x04");
 }
 
+TEST(CellZZ, CorruptTextsBelowZeroAreKept) {
+  // '-' folds as -3: "0-" is the number -3, written back as it was read.
+  TableIdx t = TableIdx::parse_string("0-");
+  EXPECT_EQ(t.value(), -3);
+  char buf[3];
+  format_string_zz_num(buf, sizeof buf, t);
+  EXPECT_EQ(std::string(buf), "0-");
+  EXPECT_EQ(ProgramIdx::parse_string("0-").value(), -3);
+  // Bytes from 0x80 up count as negative digits.
+  EXPECT_EQ(PatternIdx::parse_string("0\xf9").value(), int((signed char)0xf9) - '0');
+}
+
 TEST(CellZZDeathTest, BufferTooShortAsserts) {
   char buf[2];
   EXPECT_DEATH(format_string_zz_num(buf, sizeof buf, TableIdx::from_value(1)),
