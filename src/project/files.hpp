@@ -37,14 +37,15 @@ FILE* open_versioned_file(std::filesystem::path const& file);
 
 // Writes a record as a key value file behind its version line. A file that
 // cannot be opened is reported as "error opening file '%s'"; false then.
+// `text_end` is that of dialog_append_to_file.
 template <class R>
-bool write_settings_file(R& record, std::filesystem::path const& file) {
+bool write_settings_file(R& record, std::filesystem::path const& file, char const* text_end = nullptr) {
   FILE* f = open_versioned_file(file);
   if (!f) {
     std::fprintf(stderr, "error opening file '%s'\n", file.c_str());
     return false;
   }
-  dialog_append_to_file(record, f);
+  dialog_append_to_file(record, f, text_end);
   std::fclose(f);
   return true;
 }

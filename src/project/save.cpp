@@ -60,7 +60,9 @@ void save_program_variables(Project* project, fs::path const& dir) {
     if (project_program_variable_is_initial(project, i)) continue;
     char name[64];
     std::snprintf(name, sizeof name, "program_variable_%02x.txt", i);
-    write_settings_file(project->program_variables[i], dir / name);
+    // The variables stand one behind the other: a full name runs on into
+    // the next one.
+    write_settings_file(project->program_variables[i], dir / name, reinterpret_cast<char const*>(project + 1));
   }
 }
 

@@ -59,8 +59,12 @@ void project_check_sequencer_column(Project* project, int track) {
     PatternIdx& cell = project->sequencer[row][track];
     if (!cell.has_number()) continue;
     int i = cell.value();
-    // A negative index (from a corrupt text) names no slot either.
-    if (i < 0 || i >= project->allocated_patterns) {
+    // A negative index, from a corrupt text, names no pattern of the track.
+    if (i < 0) {
+      cell = PatternIdx::empty_cell();
+      continue;
+    }
+    if (i >= project->allocated_patterns) {
       std::fprintf(stderr,
                    "warning: pattern idx %x(%d) is out of range of allocated patterns (%d), removing\n",
                    unsigned(i), i, project->allocated_patterns);

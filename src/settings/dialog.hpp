@@ -256,12 +256,14 @@ void dialog_set_default(R& record) {
   });
 }
 
+// A name without terminator runs on into the memory behind it: by default
+// to the end of the record; `text_end` sets how far (the record sits in a
+// larger one, or only points at its members).
 template <class R>
-void dialog_append_to_file(R& record, FILE* file) {
-  // How far a name without terminator may run on: the end of the record, or
-  // of the memory a record that only points at its members names.
+void dialog_append_to_file(R& record, FILE* file, char const* text_end = nullptr) {
   char const* record_end = reinterpret_cast<char const*>(&record) + sizeof(R);
   if constexpr (requires { record.text_end; }) record_end = record.text_end;
+  if (text_end) record_end = text_end;
   record.do_it([file, record_end](auto... members) {
     auto one = [file, record_end](auto m) {
       using T = std::remove_pointer_t<decltype(m.target)>;
