@@ -44,30 +44,6 @@ struct IndexMap {
   void set(int source, int target) { target_plus_one[source] = target + 1; }
 };
 
-IndexMap<kNumChordMemory> chord_map;
-IndexMap<kNumProgramVariables> program_variable_map;
-
-// ---------------------------------------------------------------------------
-// Import engine.
-
-// Copies source pattern `pattern_idx` of track `track_src` into the target
-// and returns the target pattern index.
-PatternIdx import_pattern(Project* tgt, Project const* src, int track_tgt, int track_src,
-                          int pattern_idx) {
-  (void)tgt;
-  (void)track_tgt;
-  (void)track_src;
-  char name[3];
-  format_string_zz_num(name, sizeof name, PatternIdx::from_value(pattern_idx));
-  std::printf("requesting pattern %s\n", name);
-  PM_ASSERT(pattern_idx >= 0);
-  PM_ASSERT(pattern_idx < src->allocated_patterns);
-  return PatternIdx::empty_cell();
-}
-
-// ---------------------------------------------------------------------------
-// Driver.
-
 // The two-character text of a pattern index, as every print-out shows it.
 struct IdxText {
   char text[3];
@@ -77,6 +53,75 @@ IdxText idx_text(PatternIdx idx) {
   format_string_zz_num(t.text, sizeof t.text, idx);
   return t;
 }
+
+// Prints the result line of an import: "PatternIdx 05 -> 09".
+void print_result(char const* label, PatternIdx from, PatternIdx to) {
+  std::printf("%s %s -> %s\n", label, idx_text(from).text, idx_text(to).text);
+}
+
+IndexMap<kNumChordMemory> chord_map;
+IndexMap<kNumProgramVariables> program_variable_map;
+
+// ---------------------------------------------------------------------------
+// Import engine.
+
+IndexMap<kNumPatterns> pattern_map;
+// Source patterns whose import has begun; a second request while the first
+// is still under way comes through a reference cycle.
+bool patterns_in_import_phase[kNumPatterns];
+
+// Takes the next target pattern slot. The count has no upper bound in the
+// tracker's format; a target that is full ends the run here rather than
+// writing past the slots.
+int take_pattern_slot(Project* tgt) {
+  PM_ASSERT(tgt->allocated_patterns < kNumPatterns);
+  return tgt->allocated_patterns++;
+}
+
+// Copies source pattern `pattern_idx` into the target, or finds an equal
+// pattern there, and returns the target index. Requests for a pattern that
+// was imported before answer from `pattern_map`.
+//
+// The references a pattern holds (tables, programs, patches) are carried
+// over as they stand for now.
+int import_pattern(Project* tgt, Project const* src, int track_tgt, int track_src, int pattern_idx) {
+  (void)track_tgt;
+  (void)track_src;
+  std::printf("requesting pattern %s\n", idx_text(PatternIdx::from_value(pattern_idx)).text);
+  PM_ASSERT(pattern_idx < src->allocated_patterns);
+  // Empty and magic names come here as negative numbers; they name nothing.
+  PM_ASSERT(pattern_idx >= 0);
+  if (pattern_map.contains(pattern_idx)) return pattern_map.at(pattern_idx);
+
+  int reserved = -1;
+  if (patterns_in_import_phase[pattern_idx]) {
+    reserved = take_pattern_slot(tgt);
+    pattern_map.set(pattern_idx, reserved);
+    print_result("PatternIdx", PatternIdx::from_value(pattern_idx), PatternIdx::from_value(reserved));
+  } else {
+    patterns_in_import_phase[pattern_idx] = true;
+  }
+
+  Pattern local;
+  bytes_copy(local, src->patterns[pattern_idx]);
+
+  if (reserved >= 0) bytes_copy(tgt->patterns[reserved], local);
+  if (pattern_map.contains(pattern_idx)) return pattern_map.at(pattern_idx);
+
+  int target = -1;
+  for (int i = 0; i < tgt->allocated_patterns && target < 0; ++i)
+    if (bytes_equal(local, tgt->patterns[i])) target = i;
+  if (target < 0) {
+    target = take_pattern_slot(tgt);
+    bytes_copy(tgt->patterns[target], local);
+  }
+  pattern_map.set(pattern_idx, target);
+  print_result("PatternIdx", PatternIdx::from_value(pattern_idx), PatternIdx::from_value(target));
+  return target;
+}
+
+// ---------------------------------------------------------------------------
+// Driver.
 
 // Seeds a map with the entries the target already holds: each source
 // entry that is in use maps to the first target entry with equal bytes.
@@ -164,7 +209,7 @@ void import_list(cxxopts::ParseResult const& result, int source_track, int targe
       track = find_source_track(&prj_src, idx);
       std::printf("found pattern on track %x\n", unsigned(track < 0 ? 0 : track));
     }
-    PatternIdx const imported = import_pattern(&prj_tgt, &prj_src, target_track, track, idx);
+    PatternIdx const imported = PatternIdx::from_value(import_pattern(&prj_tgt, &prj_src, target_track, track, idx));
     if (!track_in_range(target_track)) continue;
     int const line = target_line(&prj_tgt, target_track, seq_target_offset);
     if (line == kNoRoom || line >= kSequencerLines) continue;
@@ -192,7 +237,7 @@ void import_whole_track(int source_track, int target_track, int seq_target_offse
     }
     previous_empty = false;
     PatternIdx const imported =
-        import_pattern(&prj_tgt, &prj_src, target_track, source_track, cell.value());
+        PatternIdx::from_value(import_pattern(&prj_tgt, &prj_src, target_track, source_track, cell.value()));
     place_pattern(&prj_tgt, target_track, line, imported);
     ++line;
   }
