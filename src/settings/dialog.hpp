@@ -179,6 +179,15 @@ struct SettingsCodec<PatternType> : CellCodec<PatternType> {
   static void read(PatternType& cell, char const*, char const* value);
 };
 
+// The envelope page of a one shot instrument: a member of its dialog that
+// is never written and takes its key without storing anything.
+template <>
+struct SettingsCodec<OSEnvelopePage> {
+  static void set_default(OSEnvelopePage& page) { page = OSEnvelopePage::empty_cell(); }
+  static void write(FILE*, char const*, OSEnvelopePage const&) {}
+  static void read(OSEnvelopePage&, char const*, char const*) {}
+};
+
 // Fixed texts: a name or a path, escaped under the large limit.
 //
 // A text is written up to its first zero byte. A name that fills its array

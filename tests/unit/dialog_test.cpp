@@ -319,6 +319,97 @@ TEST(DialogRead, EnumerationEmptyTextsKeepTheDefault) {
   EXPECT_EQ(back.reverb_algorithm.index(), 23);
 }
 
+namespace {
+// One member of each musical type that settings records hold.
+struct MusicRecord {
+  Transpose transpose;
+  Finetune finetune;
+  Cents cents;
+  Note note;
+  ChiptuneWaveform waveform;
+  ModulationSourceSynth source;
+  AudioOutputRouting routing;
+  OSEnvelopePage envelope;
+  template <class F>
+  void do_it(F&& f) {
+    f(member("transpose", transpose), member("finetune", finetune), member("cents", cents),
+      member("note", note), member("waveform", waveform), member("source", source),
+      member("routing", routing), member("envelope", envelope));
+  }
+};
+}  // namespace
+
+std::string repeat(std::string const& text, int times) {
+  std::string out;
+  for (int i = 0; i < times; ++i) out += text;
+  return out;
+}
+
+TEST(DialogMusic, WrittenForms) {
+  MusicRecord r;
+  bytes_clear(r);
+  std::string empty = written(r);
+  EXPECT_EQ(empty,
+            "transpose \\xfa\\xfa\\xfa\n"
+            "finetune \\xfa\\xfa\\xfa\n"
+            "cents \\xfa\\xfa\\xfa\\xfa\\xfa\\xfa\n"
+            "note ---\n"
+            "waveform " + repeat("\\xf9", 12) + "\n"
+            "source " + repeat("\\xb0", 16) + "\n"
+            "routing " + repeat("\\xf9", 20) + "\n");
+}
+
+TEST(DialogMusic, NumbersAndMagic) {
+  MusicRecord r = fresh<MusicRecord>();
+  r.transpose = Transpose::from_value(5);
+  r.finetune = Finetune::from_value(12);
+  r.cents = Cents::from_value(7);
+  r.note = Note::from_value(61);
+  r.waveform = ChiptuneWaveform::from_index(3);
+  r.routing = AudioOutputRouting::from_index(2);
+  EXPECT_EQ(written(r),
+            "transpose \\x20+5\nfinetune +12\ncents \\x20\\x20\\x20+7\nnote C#5\nwaveform supersaw\n"
+            "source modulator\nrouting external\\x20(stereo)\n");
+  r.transpose = Transpose::magic_cell();
+  r.finetune = Finetune::magic_cell();
+  r.note = Note::magic_cell();
+  std::string const text = written(r);
+  EXPECT_NE(text.find("transpose [\\x20]\n"), std::string::npos);
+  EXPECT_NE(text.find("finetune -127\n"), std::string::npos);
+  EXPECT_NE(text.find("note [\\x20]\n"), std::string::npos);
+  MusicRecord back = fresh<MusicRecord>();
+  back.finetune = Finetune::from_value(9);
+  read_text(back, text);
+  EXPECT_EQ(back.transpose.stored, 1);
+  EXPECT_EQ(back.note.stored, 1);
+  // The magic finetune comes back as the number 0.
+  EXPECT_EQ(back.finetune.value(), 0);
+  EXPECT_EQ(back.routing.index(), 2);
+  EXPECT_EQ(back.waveform.index(), 3);
+}
+
+TEST(DialogMusic, ReadRules) {
+  MusicRecord r = fresh<MusicRecord>();
+  r.finetune = Finetune::from_value(9);
+  r.cents = Cents::from_value(100);
+  r.note = Note::from_value(40);
+  read_text(r, "finetune \\xfa\\xfa\\xfa\ncents \\xfa\ncents x\nnote ---\nwaveform Sine\nenvelope 3\n");
+  EXPECT_EQ(r.finetune.value(), 9);
+  EXPECT_EQ(r.cents.value(), 100);
+  EXPECT_EQ(r.note.value(), 40);
+  EXPECT_EQ(r.waveform.index(), 0);
+  read_text(r, "finetune 100\ncents -9601\ntranspose +99\nnote c-5\n");
+  EXPECT_EQ(r.finetune.value(), 0);
+  EXPECT_EQ(r.cents.value(), 0);
+  EXPECT_EQ(r.transpose.value(), 99);
+  EXPECT_EQ(r.note.value(), 60);
+  read_text(r, "transpose 100\nfinetune -99\ncents +9600\n");
+  EXPECT_EQ(r.transpose.value(), 0);
+  EXPECT_EQ(r.finetune.value(), -99);
+  EXPECT_EQ(r.cents.value(), 9600);
+  EXPECT_TRUE(r.envelope.is_empty());
+}
+
 TEST(DialogRead, TrackTypeNames) {
   TestRecord r = fresh<TestRecord>();
   read_text(r, "type Utility\n");
