@@ -1,19 +1,15 @@
 #include <gtest/gtest.h>
 
+#include "cell_text.hpp"
+
 #include <string>
 
 #include "kelvane/types.hpp"
 
 using namespace kelvane;
+using namespace kelvane::testing_support;
 
 namespace {
-
-template <class T>
-std::string fmt(T const& cell) {
-  char buf[128];
-  cell.format_string(buf, sizeof buf);
-  return buf;
-}
 
 // The step length cell as the pattern steps declare it.
 struct StepLengthCell : RangedInteger<StepLengthCell, signed char, 0, 96, false> {

@@ -1,21 +1,16 @@
 #include <gtest/gtest.h>
 
+#include "cell_text.hpp"
+
 #include <string>
 #include <vector>
 
 #include "kelvane/types.hpp"
 
 using namespace kelvane;
+using namespace kelvane::testing_support;
 
 namespace {
-
-template <class T>
-std::string fmt(T const& cell) {
-  char buf[128];
-  std::memset(buf, 'x', sizeof buf);
-  cell.format_string(buf, sizeof buf);
-  return buf;
-}
 
 std::string fill(unsigned char byte, int count) { return std::string(size_t(count), char(byte)); }
 

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "cell_text.hpp"
+
 #include <cstring>
 #include <string>
 #include <type_traits>
@@ -7,24 +9,9 @@
 #include "kelvane/types_music.hpp"
 
 using namespace kelvane;
+using namespace kelvane::testing_support;
 
 namespace {
-
-template <class T>
-std::string fmt(T const& cell) {
-  char buf[128];
-  std::memset(buf, 'q', sizeof buf);
-  cell.format_string(buf, sizeof buf);
-  return buf;
-}
-
-template <class T>
-std::string column(T const& cell, int width) {
-  char buf[128];
-  std::memset(buf, 'q', sizeof buf);
-  cell.format_column(buf, sizeof buf, width);
-  return buf;
-}
 
 // The stored bits of a byte cell, as an unsigned number.
 template <class T>
