@@ -503,6 +503,25 @@ void parse_fields(Cell& out, char const* s, char (&buf)[N]) {
   });
 }
 
+// The work buffer of a parse. A text that does not fit with room to spare
+// is a programming error of the caller; the message, line included, is part
+// of what the tool prints when it fires.
+inline constexpr size_t kParseBufferSize = 256;
+inline constexpr unsigned kParseLengthAssertLine = 153;
+
+// Reads a command cell of any table: the length check, then parse_fields.
+// `function` names the public reader in the assertion's message.
+template <class Cell>
+Cell parse_text(char const* s, char const* function) {
+  char buf[kParseBufferSize];
+  if (!(std::strlen(s) < sizeof(buf) - 1))
+    kelvane_assert_fail("strlen(s) < sizeof(buf) - 1", KELVANE_OP_CODE_DEFINITION_FILE,
+                        kParseLengthAssertLine, function);
+  Cell cell;
+  parse_fields(cell, s, buf);
+  return cell;
+}
+
 }  // namespace command
 
 // ---------------------------------------------------------------------------
@@ -609,6 +628,138 @@ static_assert(sizeof(OpCode) == sizeof(OpCode::OpType) + sizeof(OpCode::fill) + 
 static_assert(std::is_standard_layout_v<OpCode>);
 // The largest argument list is cal3's: four int cells.
 static_assert(sizeof(OpCode::storage) == 4 * sizeof(int));
+
+// ---------------------------------------------------------------------------
+// Program instructions: the instruction of a program row.
+
+// Row i is stored as type 0x80 + i. Every mnemonic fills its four places;
+// four of them end in a glyph byte of the tracker's font.
+struct OpCodeProgramTable
+    : command::Table<Row<"load", Arg<Register, 5>>,                              // 0x80
+                     Row<"stre", Arg<Register, 5>>,                              // 0x81
+                     Row<"push", Arg<Register, 5>>,                              // 0x82
+                     Row<"pops", Arg<Register, 5>>,                              // 0x83
+                     Row<"dups">,                                                // 0x84
+                     Row<"swap", Arg<Register, 5>>,                              // 0x85
+                     Row<"mpty">,                                                // 0x86
+                     Row<"arit", Arg<ArithOp, 3>>,                               // 0x87
+                     Row<"incr">,                                                // 0x88
+                     Row<"decr">,                                                // 0x89
+                     Row<"cmp\xE0", Arg<Register, 5>, Arg<ComparisonOp, 1>>,     // 0x8A
+                     Row<"cmp\xE1", Arg<Register, 5>, Arg<ComparisonOp, 1>>,     // 0x8B
+                     Row<"tst\xE0", Arg<TestOp, 5>>,                             // 0x8C
+                     Row<"tst\xE1", Arg<TestOp, 5>>,                             // 0x8D
+                     Row<"pCn\xE0", Arg<TriggerCondition, 3>>,                   // 0x8E
+                     Row<"tCn\xE0", Arg<TriggerCondition, 3>>,                   // 0x8F
+                     Row<"prnt">,                                                // 0x90
+                     Row<"jump">,                                                // 0x91
+                     Row<"jrel">,                                                // 0x92
+                     Row<"call", Arg<ProgramIdx, 2>>,                            // 0x93
+                     Row<"func", Arg<Func, 6>>,                                  // 0x94
+                     Row<"retn">,                                                // 0x95
+                     Row<"exop", Arg<OpCode::OpType, 4>>                         // 0x96
+                     > {
+  // Older files name `swap` "xchg".
+  static constexpr command::MnemonicAlias aliases[] = {{"xchg", "swap"}};
+};
+
+static_assert(OpCodeProgramTable::size == 23);
+
+struct OpCodeProgramLayout {
+  using table = OpCodeProgramTable;
+  static constexpr int mnemonic_width = 4;
+  static constexpr int min_places = 10;
+};
+
+// The instruction of a program row: `type` (0 empty, 0x80 + row of
+// OpCodeProgramTable) and the union of the argument tuples.
+//
+// Text: the mnemonic in four places, the arguments in their widths, pad
+// bytes up to ten places: "loadACCUM", pad; "call1a", four pads. A short
+// text in a column ends the whole text: "funcsin". The `exop` argument is an
+// op code mnemonic padded to its four places, four pads when empty.
+struct OpCodeProgram : command::CommandCell<OpCodeProgramLayout> {
+  static OpCodeProgram parse_string(char const* s);
+  void format_string(char* buf, size_t len) const;
+};
+
+static_assert(std::is_trivially_copyable_v<OpCodeProgram>);
+static_assert(std::is_standard_layout_v<OpCodeProgram>);
+static_assert(sizeof(OpCodeProgram) ==
+                  sizeof(OpCodeProgram::OpType) + sizeof(OpCodeProgram::fill) + sizeof(OpCodeProgram::storage),
+              "an instruction has no padding bytes");
+
+// ---------------------------------------------------------------------------
+// Memory addresses: the operand of a program row.
+
+// The immediate value of an operand, -1024..1024. Written "%5d"; empty is
+// five empty hexadecimal places, magic five magic bytes. Reading: a first
+// byte 0x04 is magic, else "%5d", where a number out of range reads as 0.
+struct ImmediateValue : FormattedNumber<ImmediateValue, int, -1024, 1024, true> {
+  static constexpr int text_width = 5;
+  static constexpr int default_value = 0;
+  static constexpr NumberTextRules text_rules{"%5d", "%5d", "\xF9\xF9\xF9\xF9\xF9", nullptr,
+                                              "\x04\x04\x04\x04\x04", false};
+  static ImmediateValue parse_string(char const* text) {
+    if (text[0] == kMagic) return magic_cell();
+    return FormattedNumber::parse_string(text);
+  }
+};
+
+// A plain zz number of an operand, 0..1295 with the magic state: the text
+// of an index, but no index. A number past 1295 reads as 0, not as empty.
+struct ZZNumber : RangedInteger<ZZNumber, int, 0, kZZLimit - 1, true> {
+  static constexpr TextForm text_form = TextForm::ZZ;
+  static constexpr int default_value = 0;
+  static constexpr bool zz_overflow_reads_zero = true;
+};
+
+// Row i is stored as type 0x80 + i. The kind is one byte, some of them
+// glyph bytes of the tracker's font; each kind has one argument.
+using MemoryAddressTable = command::Table<Row<"$", Arg<Register, 5>>,                  // 0x80
+                                          Row<"#", Arg<ImmediateValue, 5>>,            // 0x81
+                                          Row<"x", Arg<ValueTemplate<255, 0>, 2>>,     // 0x82
+                                          Row<"\x0D", Arg<Note, 3>>,                   // 0x83
+                                          Row<"\x0E", Arg<Transpose, 3>>,              // 0x84
+                                          Row<"\x15", Arg<ZZNumber, 2>>,               // 0x85
+                                          Row<"c", Arg<ChordMemIdx, 2>>,               // 0x86
+                                          Row<"p", Arg<PatchIdx, 2>>,                  // 0x87
+                                          Row<"f", Arg<FXPatchIdx, 2>>,                // 0x88
+                                          Row<"L", Arg<Address, 2>>,                   // 0x89
+                                          Row<"G", Arg<Address, 2>>,                   // 0x8A
+                                          Row<"S", Arg<Address, 2>>,                   // 0x8B
+                                          Row<"\x7F", Arg<VariableIdx, 2>>,            // 0x8C
+                                          Row<"\x1A", Arg<Register, 5>>,               // 0x8D
+                                          Row<"\x0B", Arg<Register, 5>>,               // 0x8E
+                                          Row<"P", Arg<PatternIdx, 2>>,                // 0x8F
+                                          Row<"T", Arg<TableIdx, 2>>,                  // 0x90
+                                          Row<"\x14", Arg<ProjectSetting, 5>>,         // 0x91
+                                          Row<"\x0F", Arg<SpecialRegister, 5>>         // 0x92
+                                          >;
+
+static_assert(MemoryAddressTable::size == 19);
+
+struct MemoryAddressLayout {
+  using table = MemoryAddressTable;
+  static constexpr int mnemonic_width = 1;
+  // A two- or three-wide argument is padded to six places; a five-wide one
+  // fills them, and a shorter name in it ends the text.
+  static constexpr int min_places = 6;
+};
+
+// The operand of a program row: `type` (0 empty, 0x80 + row of
+// MemoryAddressTable) and one argument. "L0a", three pads; "$ACCUM";
+// "#   42"; the project setting "bpm" after its kind byte, with no pads.
+struct MemoryAddress : command::CommandCell<MemoryAddressLayout> {
+  static MemoryAddress parse_string(char const* s);
+  void format_string(char* buf, size_t len) const;
+};
+
+static_assert(std::is_trivially_copyable_v<MemoryAddress>);
+static_assert(std::is_standard_layout_v<MemoryAddress>);
+static_assert(sizeof(MemoryAddress) ==
+                  sizeof(MemoryAddress::OpType) + sizeof(MemoryAddress::fill) + sizeof(MemoryAddress::storage),
+              "an operand has no padding bytes");
 
 // ---------------------------------------------------------------------------
 // Older forms, for the step readers.

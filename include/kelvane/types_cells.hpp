@@ -178,6 +178,8 @@ T parse_string_zz_num(char const* text) {
   if (c0 == 0xF9 && (c1 == 0xF9 || c1 == 0)) return T::empty_cell();
   int n = zz_fold(text);
   if (n < kZZLimit) return T::from_value(n);
+  // A zz number that is no index reads a number past the limit as 0.
+  if constexpr (requires { T::zz_overflow_reads_zero; }) return T::from_value(0);
   return T::empty_cell();
 }
 

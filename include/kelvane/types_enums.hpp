@@ -432,6 +432,82 @@ struct TableTriggerMode : Enumeration<TableTriggerMode> {
 };
 
 // ---------------------------------------------------------------------------
+// Arguments of program instructions and operands. Inside an instruction or
+// an operand the text of these stands in a column of fixed width; a shorter
+// text ends there with its NUL, since the readers compare whole texts and a
+// pad byte would defeat them.
+
+// The registers of a program.
+struct Register : Enumeration<Register> {
+  static constexpr char const* names[] = {"ACCUM", "IDX_X", "IDX_Y", "IDX_Z", "IDX_W",
+                                          "REG_0", "REG_1", "REG_2", "REG_3", "STACK"};
+  static constexpr int text_width = 5;
+  static constexpr char const* empty_text = fill_text<kEmptyHex, text_width>.data();
+  static constexpr int default_index = 0;
+};
+
+// The operation of `arit`. "or " keeps its blank: it is part of the text.
+struct ArithOp : Enumeration<ArithOp> {
+  static constexpr char const* names[] = {"add", "sub", "mul", "div", "mod", "shl",
+                                          "shr", "and", "or ", "xor", "min", "max"};
+  static constexpr int text_width = 3;
+  static constexpr char const* empty_text = fill_text<kEmptyHex, text_width>.data();
+  static constexpr int default_index = 0;
+};
+
+// The comparison of the two `cmp` instructions: one byte each, two of
+// them glyphs of the tracker's font (less or equal, greater or equal).
+struct ComparisonOp : Enumeration<ComparisonOp> {
+  static constexpr char const* names[] = {"<", ">", "\xF3", "\xF2", "=", "^"};
+  static constexpr int text_width = 1;
+  static constexpr char const* empty_text = fill_text<kEmptyHex, text_width>.data();
+  static constexpr int default_index = 0;
+};
+
+// The test of the two `tst` instructions.
+struct TestOp : Enumeration<TestOp> {
+  static constexpr char const* names[] = {"empty", "magic", "zero"};
+  static constexpr int text_width = 5;
+  static constexpr char const* empty_text = fill_text<kEmptyHex, text_width>.data();
+  static constexpr int default_index = 0;
+};
+
+// The function of `func`.
+struct Func : Enumeration<Func> {
+  static constexpr char const* names[] = {"sin", "cos", "nfchrd", "chrdtp", "tsp2JI", "rstml8"};
+  static constexpr int text_width = 6;
+  static constexpr char const* empty_text = fill_text<kEmptyHex, text_width>.data();
+  static constexpr int default_index = 0;
+};
+
+// A project setting a program operand names.
+struct ProjectSetting : Enumeration<ProjectSetting> {
+  static constexpr char const* names[] = {
+      "bpm",   "cmatk", "cmwet", "cmhp",  "cmgn",  "cmrat", "cmrel", "cmthr", "cmvrl", "dltks",
+      "dlmde", "dlfb",  "dlfbr", "dlhp",  "dllp",  "dlpng", "dlrse", "dlvol", "dlfos", "dlfod",
+      "rvalg", "rvhp",  "rvlp",  "rvvol", "ptnlq", "prvrl", "sdmcl", "fmstr"};
+  static constexpr int text_width = 5;
+  static constexpr char const* empty_text = fill_text<kEmptyHex, text_width>.data();
+  static constexpr int default_index = 0;
+};
+
+// A special register a program operand names. Two texts end in a glyph
+// byte of the tracker's font (row up and row down).
+struct SpecialRegister : Enumeration<SpecialRegister> {
+  static constexpr char const* names[] = {
+      "empty", "magic", "modl8", "chord", "track", "tbcol", "stepP", "stepG", "trkVU",
+      "rndom", "nstck", "sqncr", "srow\x10", "srow\x0F", "midCC", "padLx", "padLy", "padLz",
+      "padRx", "padRy", "padRz", "muteT", "live", "patch", "fxpch"};
+  static constexpr int text_width = 5;
+  static constexpr char const* empty_text = fill_text<kEmptyHex, text_width>.data();
+  static constexpr int default_index = 0;
+};
+
+static_assert(Register::count() == 10 && ArithOp::count() == 12 && ComparisonOp::count() == 6 &&
+              TestOp::count() == 3 && Func::count() == 6 && ProjectSetting::count() == 28 &&
+              SpecialRegister::count() == 25);
+
+// ---------------------------------------------------------------------------
 // Modulation sources. Every instrument kind has its own list; all of them
 // begin with the 18 sources that any track has, which are the whole of
 // ModulationSourceGlobal.

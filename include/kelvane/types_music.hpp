@@ -383,24 +383,41 @@ struct MidiPitch : FormattedNumber<MidiPitch, uint16_t, 0, 0x3FFF, false> {
 };
 
 // ---------------------------------------------------------------------------
-// Trigger: set (stored 0x81, written 0x04) or clear (stored 0, written 0xF9).
+// Flags written as one mark byte: set (stored 0x81) or clear (stored 0).
+// Any non-zero cell is written as the mark; on reading only the first byte
+// counts, the mark setting the flag and anything else clearing it.
 
-struct Trigger : RangedInteger<Trigger, signed char, 0, 1, false> {
+template <class Derived, char Mark>
+struct MarkFlag : RangedInteger<Derived, signed char, 0, 1, false> {
+  using Base = RangedInteger<Derived, signed char, 0, 1, false>;
   static constexpr int text_width = 1;
   static constexpr int default_value = 0;
 
-  static constexpr Trigger set_cell() { return from_value(1); }
-  constexpr bool is_set() const { return stored != 0; }
+  static constexpr Derived set_cell() { return Base::from_value(1); }
+  constexpr bool is_set() const { return this->stored != 0; }
 
-  // Only the first byte counts.
-  static Trigger parse_string(char const* text) { return text[0] == kMagic ? set_cell() : empty_cell(); }
-  // Any non-zero cell is written as set.
+  static Derived parse_string(char const* text) { return text[0] == Mark ? set_cell() : Base::empty_cell(); }
+  // A clear cell, which the step writers leave out, is an empty place.
   void format_string(char* buf, size_t len) const {
     KELVANE_TYPES_ASSERT(len > 1);
-    buf[0] = stored != 0 ? kMagic : kEmptyHex;
+    buf[0] = this->stored != 0 ? Mark : kEmptyHex;
     buf[1] = 0;
   }
   void format_column(char* buf, size_t len, int /*width*/) const { format_string(buf, len); }
+};
+
+// The trigger of a OneShot step or a modulation memory column, 0x04 when set.
+struct Trigger : MarkFlag<Trigger, kMagic> {};
+
+// The switch of a program row that turns it off, "#" when set.
+struct LineDisable : MarkFlag<LineDisable, '#'> {};
+
+// A condition bit of a program row: 0 or 1, "%x"; a larger number reads
+// as 0.
+struct CondMask : RangedInteger<CondMask, signed char, 0, 1, false> {
+  static constexpr TextForm text_form = TextForm::H1;
+  static constexpr int text_width = 1;
+  static constexpr int default_value = 0;
 };
 
 // ---------------------------------------------------------------------------

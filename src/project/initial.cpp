@@ -39,6 +39,9 @@ void project_initialize(Project* project) {
     track.midi_channel = decltype(track.midi_channel)::from_value(t + 1);
   }
 
+  for (Table& table : project->tables) dialog_set_default(table.settings);
+  for (Program& program : project->programs) dialog_set_default(program.settings);
+
   ProgramVariable const variable = program_variable_initial();
   for (ProgramVariable& v : project->program_variables) bytes_copy(v, variable);
 

@@ -28,7 +28,7 @@ void load_legacy_chord_memory(Project* project, fs::path const& file) {
                                   sizeof legacy.chord_memory[i]) == 0;
     if (same) continue;
     ChordMemoryEntry& entry = project->chord_memory[i];
-    entry.num_chord_notes = NumChordNotes::from_number(legacy.chord_memory_num_notes[i].value());
+    entry.num_chord_notes[0] = NumChordNotes::from_number(legacy.chord_memory_num_notes[i].value());
     for (int j = 0; j < LegacyChordMemory::kNotes; ++j) entry.notes[j] = legacy.chord_memory[i][j];
   }
 }
@@ -60,10 +60,19 @@ void project_load(Project* project, char const* path) {
   fs::path const settings_file = dir / "project_settings.txt";
   read_settings_file(project->project_settings, settings_file, SettingsReset::defaults);
   load_legacy_chord_memory(project, settings_file);
+  project_load_memory_files(project, dir);
 
+  // Every slot is tried; a counted slot raises its counter past any gap.
   for (int i = 0; i < kNumPatterns; ++i)
     if (project_load_pattern(&project->patterns[i], slot_file(dir, "patterns/pattern_%s.txt", i)) == 0)
       project->allocated_patterns = i + 1;
+  for (int i = 0; i < kNumTables; ++i)
+    if (project_load_table(&project->tables[i], slot_file(dir, "tables/table_%s.txt", i)) == StepFileRead::steps)
+      project->allocated_tables = i + 1;
+  for (int i = 0; i < kNumPrograms; ++i)
+    if (project_load_program(&project->programs[i], slot_file(dir, "programs/program_%s.txt", i)) ==
+        StepFileRead::steps)
+      project->allocated_programs = i + 1;
 
   project_load_sequencer(project, dir / "sequencer.txt");
 

@@ -35,49 +35,36 @@ void pattern_initialize(Pattern* pattern) {
 }
 
 int project_save_pattern(Pattern* pattern, std::filesystem::path const& file) {
-  FILE* f = open_versioned_file(file);
-  if (!f) {
-    std::fprintf(stderr, "error: could not open \"%s\" for writing!\n", file.c_str());
-    return 1;
-  }
-  dialog_append_to_file(pattern->settings, f);
-  std::fprintf(f, "step_mute %" PRIx64 "\n", pattern->step_mute);
-  std::fprintf(f, "!steps %s\n", PatternType::to_string(pattern->type));
-  pattern_steps_do(*pattern, [f](auto& steps) { write_step_lines(f, steps.data, kStepsPerPattern); });
-  std::fclose(f);
-  return 0;
+  bool const written = write_step_file(
+      file,
+      [pattern](FILE* f) {
+        dialog_append_to_file(pattern->settings, f);
+        std::fprintf(f, "step_mute %" PRIx64 "\n", pattern->step_mute);
+      },
+      [pattern] { return PatternType::to_string(pattern->type); },
+      [pattern](FILE* f) {
+        pattern_steps_do(*pattern, [f](auto& steps) { write_step_lines(f, steps.data, kStepsPerPattern); });
+      });
+  return written ? 0 : 1;
 }
 
 int project_load_pattern(Pattern* pattern, std::filesystem::path const& file) {
-  FILE* f = std::fopen(file.c_str(), "r");
-  if (!f) return 1;
-  pattern_reset(pattern);
-  int version = kNoVersion;
-  bool reached_steps = false;
-  settings_read_lines(f, [&](char const* key, char const* value) {
-    if (reached_steps) return false;
-    if (std::strcmp(key, "#version") == 0) {
-      std::sscanf(value, "%d", &version);
-    } else if (std::strcmp(key, "!steps") == 0) {
-      pattern->type = steps_type(value);
-      reached_steps = true;
-      return false;
-    } else if (std::strcmp(key, "step_mute") == 0) {
-      std::sscanf(value, "%" SCNx64, &pattern->step_mute);
-    } else {
-      dialog_set_value(pattern->settings, key, value);
-    }
-    return true;
-  });
-  if (!reached_steps) {
-    std::fclose(f);
-    return 1;
-  }
-  // Step lines after an unknown kind have no record to go to: the pattern
-  // keeps its empty type and its steps stay empty.
-  pattern_steps_do(*pattern, [&](auto& steps) { read_step_lines(f, steps.data, kStepsPerPattern, version); });
-  std::fclose(f);
-  return 0;
+  StepFileRead const read = read_step_file(
+      file, [pattern] { pattern_reset(pattern); },
+      [pattern](char const* key, char const* value) {
+        if (std::strcmp(key, "step_mute") == 0)
+          std::sscanf(value, "%" SCNx64, &pattern->step_mute);
+        else
+          dialog_set_value(pattern->settings, key, value);
+      },
+      [pattern](FILE* f, char const* kind, int version) {
+        pattern->type = steps_type(kind);
+        // Step lines after an unknown kind have no record to go to: the
+        // pattern keeps its empty type and its steps stay empty.
+        pattern_steps_do(*pattern,
+                         [&](auto& steps) { read_step_lines(f, steps.data, kStepsPerPattern, version); });
+      });
+  return read == StepFileRead::steps ? 0 : 1;
 }
 
 }  // namespace kelvane

@@ -7,6 +7,7 @@
 
 #include "kelvane/types.hpp"
 #include "project/pattern.hpp"
+#include "project/table_program.hpp"
 #include "settings/records.hpp"
 #include "settings/small_records.hpp"
 
@@ -27,13 +28,17 @@ inline constexpr int kNameSize = 32;
 inline constexpr int kChordNotes = 16;
 inline constexpr int kModulationColumns = 4;
 
-// A stored chord: how many notes it has and the notes as transposes.
+// A stored chord: how many notes it has and the notes as transposes. Its
+// step lines are the entry's: `fields` in the order of chord_memory.txt.
 struct ChordMemoryEntry {
-  NumChordNotes num_chord_notes;
+  NumChordNotes num_chord_notes[1];
   Transpose notes[kChordNotes];
+  static constexpr auto fields = std::tuple{step_field("transpose", &ChordMemoryEntry::notes),
+                                            step_field("num_chord_notes", &ChordMemoryEntry::num_chord_notes)};
 };
 
-// A stored set of four modulators, one per column.
+// A stored set of four modulators, one per column. modulation_memory.txt
+// writes the fields in another order than memory's.
 struct ModulationMemoryEntry {
   ModulatorIdx modulator_idx[kModulationColumns];
   Trigger trigger[kModulationColumns];
@@ -41,6 +46,13 @@ struct ModulationMemoryEntry {
   ModulatorSpeed modulator_speed[kModulationColumns];
   ModulatorMultType modulator_mult_type[kModulationColumns];
   ModulatorAmplitude modulator_amplitude[kModulationColumns];
+  static constexpr auto fields = std::tuple{
+      step_field("trigger", &ModulationMemoryEntry::trigger),
+      step_field("modulator_idx", &ModulationMemoryEntry::modulator_idx),
+      step_field("modulator_speed", &ModulationMemoryEntry::modulator_speed),
+      step_field("modulator_amplitude", &ModulationMemoryEntry::modulator_amplitude),
+      step_field("modulator_waveform", &ModulationMemoryEntry::modulator_waveform),
+      step_field("modulator_mult_type", &ModulationMemoryEntry::modulator_mult_type)};
 };
 
 static_assert(sizeof(ChordMemoryEntry) == 17);
@@ -55,6 +67,8 @@ struct Project {
   MixModulationMapping mix_modulation_mappings[kNumTracks];
   PatternIdx sequencer[kSequencerLines][kNumTracks];
   Pattern patterns[kNumPatterns];
+  Table tables[kNumTables];
+  Program programs[kNumPrograms];
   ProgramVariable program_variables[kNumProgramVariables];
   ChordMemoryEntry chord_memory[kNumChordMemory];
   ModulationMemoryEntry modulation_memory[kNumModulationMemory];
@@ -80,6 +94,18 @@ bool project_program_variable_is_initial(Project const* project, int idx);
 ProgramVariable program_variable_initial();
 void project_load(Project* project, char const* path);
 void project_save(Project* project, char const* path);
+
+// Table and program files; false if a file cannot be opened for writing
+// (after the message).
+bool project_save_table(Table* table, std::filesystem::path const& file);
+bool project_save_program(Program* program, std::filesystem::path const& file);
+StepFileRead project_load_table(Table* table, std::filesystem::path const& file);
+StepFileRead project_load_program(Program* program, std::filesystem::path const& file);
+
+// chord_memory.txt and modulation_memory.txt. A file that cannot be
+// written is reported and the other is still tried.
+void project_save_memory_files(Project const* project, std::filesystem::path const& dir);
+void project_load_memory_files(Project* project, std::filesystem::path const& dir);
 
 // sequencer.txt
 void project_load_sequencer(Project* project, std::filesystem::path const& file);

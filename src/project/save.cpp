@@ -77,8 +77,16 @@ void project_save(Project* project, char const* path) {
 
   for (int t = 0; t < kNumTracks; ++t) project_check_sequencer_column(project, t);
 
+  project_save_memory_files(project, dir);
+
+  // Only the counters decide which slots are written. A pattern or program
+  // file that cannot be written ends the save, a table file does not.
   for (int i = 0; i < project->allocated_patterns; ++i)
     if (project_save_pattern(&project->patterns[i], slot_file(dir, "patterns/pattern_%s.txt", i)) != 0) return;
+  for (int i = 0; i < project->allocated_tables; ++i)
+    project_save_table(&project->tables[i], slot_file(dir, "tables/table_%s.txt", i));
+  for (int i = 0; i < project->allocated_programs; ++i)
+    if (!project_save_program(&project->programs[i], slot_file(dir, "programs/program_%s.txt", i))) return;
 
   write_settings_file(project->project_settings, dir / "project_settings.txt");
 

@@ -8,10 +8,12 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <tuple>
 
 #include "kelvane/op_code_definition.hpp"
 #include "kelvane/types.hpp"
+#include "project/files.hpp"
 #include "settings/dialog.hpp"
 
 namespace kelvane {
@@ -116,5 +118,70 @@ void read_step_lines(FILE* file, Step* steps, int count, int version) {
         Step::fields);
   }
 }
+
+// ---------------------------------------------------------------------------
+// Whole files with step lines: patterns, tables, programs, chord memory and
+// modulation memory.
+
+// How far such a file was read.
+enum class StepFileRead {
+  missing,      // it did not open; the record was not touched
+  header_only,  // it ended before its "!steps" line
+  steps,        // its "!steps" line was reached
+};
+
+// Reads a file with step lines. If it opens: `reset()`, then the header
+// lines: "#version" sets the local version, "!steps" ends the header, and
+// every other pair goes to `offer(key, value)` (after the Chiptune rule).
+// At "!steps", `read_steps(file, kind, version)` gets the rest of the file,
+// with `kind` the text behind "!steps".
+template <class Reset, class Offer, class ReadSteps>
+StepFileRead read_step_file(std::filesystem::path const& path, Reset&& reset, Offer&& offer,
+                            ReadSteps&& read_steps) {
+  FILE* f = std::fopen(path.c_str(), "r");
+  if (!f) return StepFileRead::missing;
+  reset();
+  int version = kNoVersion;
+  char kind[kLineSize];
+  bool reached_steps = false;
+  settings_read_lines(f, [&](char const* key, char const* value) {
+    if (std::strcmp(key, "#version") == 0) {
+      std::sscanf(value, "%d", &version);
+    } else if (std::strcmp(key, "!steps") == 0) {
+      std::snprintf(kind, sizeof kind, "%s", value);
+      reached_steps = true;
+      return false;
+    } else {
+      offer(key, value);
+    }
+    return true;
+  });
+  if (reached_steps) read_steps(f, static_cast<char const*>(kind), version);
+  std::fclose(f);
+  return reached_steps ? StepFileRead::steps : StepFileRead::header_only;
+}
+
+// Writes a file with step lines: the version line, `write_header(file)`,
+// "!steps <kind()>", `write_steps(file)`. The kind is asked for only once
+// the header stands in the file. A file that cannot be opened is reported;
+// false then.
+template <class WriteHeader, class Kind, class WriteSteps>
+bool write_step_file(std::filesystem::path const& path, WriteHeader&& write_header, Kind&& kind,
+                     WriteSteps&& write_steps) {
+  FILE* f = open_versioned_file(path);
+  if (!f) {
+    std::fprintf(stderr, "error: could not open \"%s\" for writing!\n", path.c_str());
+    return false;
+  }
+  write_header(f);
+  std::fprintf(f, "!steps %s\n", kind());
+  write_steps(f);
+  std::fclose(f);
+  return true;
+}
+
+// The header of a file whose record keeps no header lines: memory files.
+inline void no_header_lines(FILE*) {}
+inline void ignore_header_line(char const*, char const*) {}
 
 }  // namespace kelvane

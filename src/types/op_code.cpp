@@ -7,17 +7,18 @@
 
 namespace kelvane {
 
-OpCode OpCode::parse_string(char const* s) {
-  // The work buffer of the field cuts. The assertion's message, line 153
-  // included, is part of what the tool prints when it fires.
-  char buf[256];
-  KELVANE_ASSERT_AT(KELVANE_OP_CODE_DEFINITION_FILE, 153, strlen(s) < sizeof(buf) - 1);
-  OpCode op;
-  command::parse_fields(op, s, buf);
-  return op;
-}
-
+OpCode OpCode::parse_string(char const* s) { return command::parse_text<OpCode>(s, __PRETTY_FUNCTION__); }
 void OpCode::format_string(char* buf, size_t len) const { command::format_fields(*this, buf, len); }
+
+OpCodeProgram OpCodeProgram::parse_string(char const* s) {
+  return command::parse_text<OpCodeProgram>(s, __PRETTY_FUNCTION__);
+}
+void OpCodeProgram::format_string(char* buf, size_t len) const { command::format_fields(*this, buf, len); }
+
+MemoryAddress MemoryAddress::parse_string(char const* s) {
+  return command::parse_text<MemoryAddress>(s, __PRETTY_FUNCTION__);
+}
+void MemoryAddress::format_string(char* buf, size_t len) const { command::format_fields(*this, buf, len); }
 
 char const* op_code_key_upgrade(char const* key) {
   static constexpr char const* older[] = {"op_code_midi", "op_code_all", "op_code_mono_sampler"};

@@ -67,7 +67,7 @@ TEST(ProjectInitial, MemoryEntriesAreInitial) {
   for (int i = 0; i < kNumChordMemory; ++i) EXPECT_TRUE(project_chord_is_initial(&first, i));
   for (int i = 0; i < kNumModulationMemory; ++i) EXPECT_TRUE(project_modulation_is_initial(&first, i));
   for (int i = 0; i < kNumProgramVariables; ++i) EXPECT_TRUE(project_program_variable_is_initial(&first, i));
-  first.chord_memory[3].num_chord_notes = NumChordNotes::from_value(0);
+  first.chord_memory[3].num_chord_notes[0] = NumChordNotes::from_value(0);
   EXPECT_FALSE(project_chord_is_initial(&first, 3));
   first.modulation_memory[63].trigger[2] = Trigger::set_cell();
   EXPECT_FALSE(project_modulation_is_initial(&first, 63));
@@ -112,8 +112,8 @@ TEST(ProjectLoad, LegacyChordMemory) {
   project_load(&first, dir.c_str());
   EXPECT_EQ(first.chord_memory[3].notes[0].value(), 5);
   EXPECT_EQ(first.chord_memory[3].notes[1].value(), 0);
-  EXPECT_EQ(first.chord_memory[3].num_chord_notes.value(), 4);
-  EXPECT_EQ(first.chord_memory[5].num_chord_notes.value(), 2);
+  EXPECT_EQ(first.chord_memory[3].num_chord_notes[0].value(), 4);
+  EXPECT_EQ(first.chord_memory[5].num_chord_notes[0].value(), 2);
   EXPECT_EQ(first.chord_memory[7].notes[1].value(), 4);
   // An entry at its defaults is left alone, later notes stay empty.
   EXPECT_TRUE(project_chord_is_initial(&first, 9));
