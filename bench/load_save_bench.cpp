@@ -1,8 +1,10 @@
-// Loads and saves a project that holds all 1296 pattern slots, and copies
-// the same files plainly, to show what the text codecs cost on top of the
-// file system.
+// Loads and saves a project that holds all 1296 pattern, table and program
+// slots and its chord and modulation memory, and copies the same files
+// plainly, to show what the text codecs cost on top of the file system.
 //
 // usage: load_save_bench [WORK_DIR] [ROUNDS]
+// With KELVANE_BENCH_KEEP set the work directory stays, so that the saved
+// project can be compared with the generated one.
 
 #include <chrono>
 #include <cstdio>
@@ -40,7 +42,42 @@ void generate(fs::path const& dir) {
       step.step_length[0] = StepLength::from_value(6);
     }
   }
+  // Tables of busy rows and programs of every row, each with an operand.
+  char const* instructions[] = {"loadACCUM", "aritadd", "cmp\xe0IDX_X\xf3", "call1a", "funcnfchrd", "jump"};
+  char const* operands[] = {"L0a", "#   42", "T1a", "\x0d" "C-5", "\x14" "bpm", "$REG_1"};
+  for (int i = 0; i < kNumTables; ++i) {
+    Table& t = bench_project.tables[i];
+    std::snprintf(t.settings.name.data, sizeof t.settings.name.data, "table %d", i);
+    t.settings.start_callback = ProgramIdx::from_value(i);
+    for (int r = 0; r < kTableRows; r += 2) {
+      auto& row = t.steps[r];
+      row.transpose[0] = Transpose::from_value((r + i) % 24 - 12);
+      row.op_code[0] = OpCode::parse_string("streL0a7f");
+      row.op_code[1] = OpCode::parse_string("Cif\xb0" "1:2");
+      row.step_length[0] = StepLength::from_value(6);
+      row.table_step_jump[0] = TableStepJump::from_value(r);
+    }
+  }
+  for (int i = 0; i < kNumPrograms; ++i) {
+    Program& p = bench_project.programs[i];
+    std::snprintf(p.settings.name.data, sizeof p.settings.name.data, "program %d", i);
+    for (int r = 0; r < kProgramRows; ++r) {
+      ProgramRow& row = p.rows[r];
+      row.cond_mask[0] = CondMask::from_value(r % 2);
+      row.op_code_program[0] = OpCodeProgram::parse_string(instructions[(r + i) % 6]);
+      row.memory_address[0] = MemoryAddress::parse_string(operands[(r * 5 + i) % 6]);
+    }
+  }
+  for (int e = 0; e < kNumChordMemory; ++e)
+    for (int n = 0; n < 4; ++n) bench_project.chord_memory[e].notes[n] = Transpose::from_value(n * 3 + e % 5);
+  for (int e = 0; e < kNumModulationMemory; ++e)
+    for (int c = 0; c < kModulationColumns; ++c) {
+      bench_project.modulation_memory[e].modulator_speed[c] = ModulatorSpeed::from_value(e + c);
+      bench_project.modulation_memory[e].modulator_waveform[c] = ModulatorWaveform::from_index(c);
+    }
   bench_project.allocated_patterns = kNumPatterns;
+  bench_project.allocated_tables = kNumTables;
+  bench_project.allocated_programs = kNumPrograms;
   for (int line = 0; line < kSequencerLines; ++line)
     bench_project.sequencer[line][0] = PatternIdx::from_value(line);
   project_save(&bench_project, dir.c_str());
@@ -85,7 +122,8 @@ int main(int argc, char** argv) {
       bytes += entry.file_size();
       ++files;
     }
-  std::printf("project: %d files, %ju bytes, %d patterns\n", files, bytes, kNumPatterns);
+  std::printf("project: %d files, %ju bytes, %d patterns, %d tables, %d programs\n", files, bytes, kNumPatterns,
+              kNumTables, kNumPrograms);
 
   double best_load_save = 1e9, best_load = 1e9, best_copy = 1e9;
   for (int r = 0; r < rounds; ++r) {
@@ -95,8 +133,10 @@ int main(int argc, char** argv) {
     double const load = seconds_since(start);
     project_save(&bench_project, saved.c_str());
     double const load_save = seconds_since(start);
-    if (bench_project.allocated_patterns != kNumPatterns) {
-      std::fprintf(stderr, "load found %d patterns\n", bench_project.allocated_patterns);
+    if (bench_project.allocated_patterns != kNumPatterns || bench_project.allocated_tables != kNumTables ||
+        bench_project.allocated_programs != kNumPrograms) {
+      std::fprintf(stderr, "load found %d patterns, %d tables, %d programs\n", bench_project.allocated_patterns,
+                   bench_project.allocated_tables, bench_project.allocated_programs);
       return 1;
     }
 
@@ -113,6 +153,6 @@ int main(int argc, char** argv) {
   std::printf("load + save: %8.3f ms\n", best_load_save * 1e3);
   std::printf("plain copy:  %8.3f ms\n", best_copy * 1e3);
   std::printf("ratio (load + save) / copy: %.2f\n", best_load_save / best_copy);
-  fs::remove_all(work);
+  if (std::getenv("KELVANE_BENCH_KEEP") == nullptr) fs::remove_all(work);
   return 0;
 }
