@@ -522,6 +522,14 @@ Cell parse_text(char const* s, char const* function) {
   return cell;
 }
 
+// A command cell is plain bytes: trivially copyable, standard layout, and
+// with no padding between the type byte, its fill and the arguments, so
+// that no byte of it is ever undefined.
+template <class Cell>
+inline constexpr bool is_plain_cell =
+    std::is_trivially_copyable_v<Cell> && std::is_standard_layout_v<Cell> &&
+    sizeof(Cell) == sizeof(typename Cell::OpType) + sizeof(Cell::fill) + sizeof(typename Cell::storage);
+
 }  // namespace command
 
 // ---------------------------------------------------------------------------
@@ -622,10 +630,7 @@ struct OpCode : command::CommandCell<OpCodeLayout> {
   void format_string(char* buf, size_t len) const;
 };
 
-static_assert(std::is_trivially_copyable_v<OpCode>);
-static_assert(sizeof(OpCode) == sizeof(OpCode::OpType) + sizeof(OpCode::fill) + sizeof(OpCode::storage),
-              "an op code has no padding bytes");
-static_assert(std::is_standard_layout_v<OpCode>);
+static_assert(command::is_plain_cell<OpCode>);
 // The largest argument list is cal3's: four int cells.
 static_assert(sizeof(OpCode::storage) == 4 * sizeof(int));
 
@@ -683,11 +688,7 @@ struct OpCodeProgram : command::CommandCell<OpCodeProgramLayout> {
   void format_string(char* buf, size_t len) const;
 };
 
-static_assert(std::is_trivially_copyable_v<OpCodeProgram>);
-static_assert(std::is_standard_layout_v<OpCodeProgram>);
-static_assert(sizeof(OpCodeProgram) ==
-                  sizeof(OpCodeProgram::OpType) + sizeof(OpCodeProgram::fill) + sizeof(OpCodeProgram::storage),
-              "an instruction has no padding bytes");
+static_assert(command::is_plain_cell<OpCodeProgram>);
 
 // ---------------------------------------------------------------------------
 // Memory addresses: the operand of a program row.
@@ -755,11 +756,7 @@ struct MemoryAddress : command::CommandCell<MemoryAddressLayout> {
   void format_string(char* buf, size_t len) const;
 };
 
-static_assert(std::is_trivially_copyable_v<MemoryAddress>);
-static_assert(std::is_standard_layout_v<MemoryAddress>);
-static_assert(sizeof(MemoryAddress) ==
-                  sizeof(MemoryAddress::OpType) + sizeof(MemoryAddress::fill) + sizeof(MemoryAddress::storage),
-              "an operand has no padding bytes");
+static_assert(command::is_plain_cell<MemoryAddress>);
 
 // ---------------------------------------------------------------------------
 // Older forms, for the step readers.

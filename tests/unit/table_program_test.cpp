@@ -49,23 +49,21 @@ std::string program_text(Program& p) {
   return read(file);
 }
 
-// Reads `text` as a program file; what the reader printed on stderr.
-std::string load_program_text(std::string const& text, StepFileRead* read_result = nullptr) {
-  fs::path const file = scratch_file("program_in.txt");
+// Reads `text` as the file of a slot; what the reader printed on stderr.
+template <class Slot, class Load>
+std::string load_text(Slot* slot, Load load, std::string const& text, StepFileRead* read_result) {
+  fs::path const file = scratch_file("slot_in.txt");
   write(file, text);
   testing::internal::CaptureStderr();
-  StepFileRead const r = project_load_program(&program, file);
+  StepFileRead const r = load(slot, file);
   if (read_result) *read_result = r;
   return testing::internal::GetCapturedStderr();
 }
-
+std::string load_program_text(std::string const& text, StepFileRead* read_result = nullptr) {
+  return load_text(&program, project_load_program, text, read_result);
+}
 std::string load_table_text(std::string const& text, StepFileRead* read_result = nullptr) {
-  fs::path const file = scratch_file("table_in.txt");
-  write(file, text);
-  testing::internal::CaptureStderr();
-  StepFileRead const r = project_load_table(&table, file);
-  if (read_result) *read_result = r;
-  return testing::internal::GetCapturedStderr();
+  return load_text(&table, project_load_table, text, read_result);
 }
 
 constexpr char kResetTableHeader[] =
