@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
 
 #include "project/project.hpp"
@@ -386,4 +387,73 @@ TEST(MemoryFiles, HeaderOnlyFileClearsTheMemory) {
   project_load_memory_files(&project, dir);
   EXPECT_TRUE(project_chord_is_initial(&project, 4));
   EXPECT_TRUE(project_modulation_is_initial(&project, 4));
+}
+
+namespace {
+
+Project reloaded;
+
+// Every regular file below `dir`, by relative path, with its bytes.
+std::map<std::string, std::string> tree_files(fs::path const& dir) {
+  std::map<std::string, std::string> files;
+  for (auto const& entry : fs::recursive_directory_iterator(dir))
+    if (entry.is_regular_file()) files[fs::relative(entry.path(), dir).string()] = read(entry.path());
+  return files;
+}
+
+}  // namespace
+
+TEST(ProjectSave, SecondSaveOfOlderFormsGivesIdenticalFiles) {
+  // A project in older and untidy forms: the first save makes it canonical,
+  // the load of that save gives the same record, and the second save
+  // writes the same bytes.
+  fs::path const dir = scratch_file("double_save");
+  fs::remove_all(dir);
+  fs::create_directories(dir / "tables");
+  fs::create_directories(dir / "programs");
+  write(dir / "sequencer.txt", "");
+  write(dir / "project_settings.txt", "chord_memory_num_notes[5] 3\nchord_memory[5][2] -4\n");
+  write(dir / "modulation_memory.txt", "!steps x\n3 modulator_speed 2 7\n3 trigger 0 \\x04\n9 modulator_mult_type 1 /6\n");
+  write(dir / "tables/table_02.txt",
+        "callback_stop 0z\nname \\x01\\x02\nspeed 12\n!steps table\n"
+        "4 op_code_midi 0 gmem3f01\n4 op_code 3 bpm\\xb0" "99\n63 transpose 0 -127\n");
+  write(dir / "programs/program_01.txt",
+        "mem_display_format note\n!steps program\n"
+        "0 cond_mask 0 1\n0 cond_mask 1 1\n"
+        "0 op_code_program 0 xchgSTACK\n0 memory_address 0 #-1024\n"
+        "1 op_code_program 0 exopbpm%\n1 memory_address 0 \\x15ZZ\n"
+        "2 op_code_program 0 tst\\xe1zero\n2 memory_address 0 \\x0fsrow\\x0f\n");
+  fs::path const first_save = scratch_file("double_save_1");
+  fs::path const second_save = scratch_file("double_save_2");
+  fs::remove_all(first_save);
+  fs::remove_all(second_save);
+
+  testing::internal::CaptureStderr();
+  project_load(&project, dir.c_str());
+  project_save(&project, first_save.c_str());
+  project_load(&reloaded, first_save.c_str());
+  project_save(&reloaded, second_save.c_str());
+  testing::internal::GetCapturedStderr();
+
+  EXPECT_EQ(project.allocated_tables, 3);
+  EXPECT_EQ(project.allocated_programs, 2);
+  EXPECT_EQ(std::memcmp(project.tables, reloaded.tables, sizeof project.tables), 0);
+  EXPECT_EQ(std::memcmp(project.programs, reloaded.programs, sizeof project.programs), 0);
+  EXPECT_EQ(std::memcmp(project.chord_memory, reloaded.chord_memory, sizeof project.chord_memory), 0);
+  EXPECT_EQ(std::memcmp(project.modulation_memory, reloaded.modulation_memory, sizeof project.modulation_memory),
+            0);
+  auto const a = tree_files(first_save);
+  auto const b = tree_files(second_save);
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(a.at("programs/program_01.txt"),
+            "#version 1\nname \nmem_display_format note\n!steps program\n"
+            "0 cond_mask 0 1\n0 line_disable 0 #\n"
+            "0 memory_address 0 #-1024\n0 op_code_program 0 swapSTACK\\xb0\n"
+            "1 memory_address 0 \\x1500\\xb0\\xb0\\xb0\n1 op_code_program 0 exopbpm%\\xb0\\xb0\n"
+            "2 memory_address 0 \\x0fsrow\\x0f\n2 op_code_program 0 tst\\xe1zero\n");
+  EXPECT_EQ(a.at("chord_memory.txt"),
+            "#version 1\n!steps chord\n"
+            "5 transpose 0 \\x20+0\n5 transpose 1 \\x20+0\n5 transpose 2 \\x20-4\n5 transpose 3 \\x20+0\n"
+            "5 transpose 4 \\x20+0\n5 transpose 5 \\x20+0\n5 transpose 6 \\x20+0\n5 transpose 7 \\x20+0\n"
+            "5 num_chord_notes 0 \\x203\n");
 }
