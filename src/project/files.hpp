@@ -18,36 +18,67 @@ enum class SettingsReset {
   none,      // lines go on top of what the record holds
 };
 
-// Reads a key value file into a record. A file that cannot be opened leaves
-// the record as it is, without a word; false then.
-template <class R>
-bool read_settings_file(R& record, std::filesystem::path const& file, SettingsReset reset) {
+// Opens a settings file for reading and calls read(file) on it; false,
+// without a word, if it cannot be opened.
+template <class F>
+bool with_settings_file(std::filesystem::path const& file, F&& read) {
   FILE* f = std::fopen(file.c_str(), "r");
   if (!f) return false;
-  if (reset == SettingsReset::defaults) dialog_set_default(record);
-  if (reset == SettingsReset::zero) bytes_clear(record);
-  dialog_read_file(record, f);
+  read(f);
   std::fclose(f);
   return true;
+}
+
+// Reads a key value file into a record. A file that cannot be opened leaves
+// the record as it is; false then.
+template <class R>
+bool read_settings_file(R& record, std::filesystem::path const& file, SettingsReset reset) {
+  return with_settings_file(file, [&](FILE* f) {
+    if (reset == SettingsReset::defaults) dialog_set_default(record);
+    if (reset == SettingsReset::zero) bytes_clear(record);
+    dialog_read_file(record, f);
+  });
+}
+
+// Reads a file of several records: each line is offered to the records in
+// turn.
+template <class... R>
+bool read_settings_records(std::filesystem::path const& file, R&... records) {
+  return with_settings_file(file, [&](FILE* f) {
+    settings_read_lines(f, [&](char const* key, char const* value) { (dialog_set_value(records, key, value), ...); });
+  });
 }
 
 // Opens a file for writing ("w+") and writes its version line; null if it
 // cannot be opened.
 FILE* open_versioned_file(std::filesystem::path const& file);
 
-// Writes a record as a key value file behind its version line. A file that
-// cannot be opened is reported as "error opening file '%s'"; false then.
-// `text_end` is that of dialog_append_to_file.
-template <class R>
-bool write_settings_file(R& record, std::filesystem::path const& file, char const* text_end = nullptr) {
+// Opens a settings file for writing, with its version line, and calls
+// write(file). A file that cannot be opened is reported as "error opening
+// file '%s'"; false then.
+template <class F>
+bool write_versioned_settings(std::filesystem::path const& file, F&& write) {
   FILE* f = open_versioned_file(file);
   if (!f) {
     std::fprintf(stderr, "error opening file '%s'\n", file.c_str());
     return false;
   }
-  dialog_append_to_file(record, f, text_end);
+  write(f);
   std::fclose(f);
   return true;
+}
+
+// Writes a record as a key value file. `text_end` is that of
+// dialog_append_to_file.
+template <class R>
+bool write_settings_file(R& record, std::filesystem::path const& file, char const* text_end = nullptr) {
+  return write_versioned_settings(file, [&](FILE* f) { dialog_append_to_file(record, f, text_end); });
+}
+
+// Writes several records, one after the other, in one file.
+template <class... R>
+bool write_settings_records(std::filesystem::path const& file, R&... records) {
+  return write_versioned_settings(file, [&](FILE* f) { (dialog_append_to_file(records, f), ...); });
 }
 
 // "track_%02d"

@@ -48,6 +48,7 @@ void project_initialize(Project* project) {
   dialog_set_default(project->project_settings);
 
   for (int t = 0; t < kNumTracks; ++t) {
+    project_reset_patch_memory(project, t);
     dialog_set_default(project->mix_settings[t]);
     bytes_clear(project->mix_modulation_mappings[t]);
   }

@@ -89,8 +89,12 @@ void project_load(Project* project, char const* path) {
     read_settings_file(project->mix_modulation_mappings[t], track_dir / "mix_modulation_mappings.txt",
                        SettingsReset::zero);
     project_check_sequencer_column(project, t);
+    // The patch memory follows the type the track has now.
+    project_reset_patch_memory(project, t);
+    project_load_track_patches(project, t, track_dir);
   }
 
+  project_load_fx_patches(project, dir / "fx_patches");
   load_program_variables(project, dir / "program_variables");
 }
 

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "kelvane/types.hpp"
+#include "project/patches.hpp"
 #include "project/pattern.hpp"
 #include "project/table_program.hpp"
 #include "settings/records.hpp"
@@ -63,6 +64,7 @@ struct Project {
   ProjectSettings project_settings;
   TrackSettings track_settings[kNumTracks];
   TrackCallbacks track_callbacks[kNumTracks];
+  TrackPatchMemory patch_memory[kNumTracks];
   MixSettings mix_settings[kNumTracks];
   MixModulationMapping mix_modulation_mappings[kNumTracks];
   PatternIdx sequencer[kSequencerLines][kNumTracks];
@@ -74,7 +76,7 @@ struct Project {
   ModulationMemoryEntry modulation_memory[kNumModulationMemory];
   FXParameters fx_parameters[kNumFXPatches];
   ProgramIdx fx_srr_callback[kNumFXPatches];
-  char fx_patch_names[kNumFXPatches][kNameSize];
+  PatchName fx_patch_names[kNumFXPatches];
   int allocated_patterns;
   int allocated_tables;
   int allocated_programs;
@@ -106,6 +108,27 @@ StepFileRead project_load_program(Program* program, std::filesystem::path const&
 // written is reported and the other is still tried.
 void project_save_memory_files(Project const* project, std::filesystem::path const& dir);
 void project_load_memory_files(Project* project, std::filesystem::path const& dir);
+
+// Puts a track's whole patch memory into the initial state of the track's
+// current type; this also sets the page selectors of that type to 0.
+void project_reset_patch_memory(Project* project, int track);
+
+// Hands the visitor the slots of a track's patch memory, by the track's
+// type: visitor(parameters, modulation, names), three arrays of 64.
+template <class P, class F>
+void project_track_do_patch_mod(P* project, int track, F&& visitor) {
+  auto& memory = project->patch_memory[track];
+  patch_memory_do(memory, project->track_settings[track].type.index(),
+                  [&](auto& parameters, auto& modulation) { visitor(parameters, modulation, memory.names); });
+}
+
+// The patch files of a track and the FX patch files (the caller has made
+// the directory). A file that cannot be written is reported; the others
+// are still tried.
+void project_save_track_patches(Project* project, int track, std::filesystem::path const& track_dir);
+void project_load_track_patches(Project* project, int track, std::filesystem::path const& track_dir);
+void project_save_fx_patches(Project* project, std::filesystem::path const& fx_dir);
+void project_load_fx_patches(Project* project, std::filesystem::path const& fx_dir);
 
 // sequencer.txt
 void project_load_sequencer(Project* project, std::filesystem::path const& file);

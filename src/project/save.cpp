@@ -42,8 +42,8 @@ bool make_project_directory(fs::path const& dir) {
   return true;
 }
 
-// Writes the four settings files of a track; false if its directory
-// cannot be made.
+// Writes the four settings files and the patch files of a track; false if
+// its directory cannot be made.
 bool save_track(Project* project, fs::path const& dir, int t) {
   fs::path const track_dir = track_directory(dir, t);
   if (!make_directory(track_dir, "error: could not create track directory!")) return false;
@@ -51,6 +51,7 @@ bool save_track(Project* project, fs::path const& dir, int t) {
   write_settings_file(project->track_callbacks[t], track_dir / "track_callbacks.txt");
   write_settings_file(project->mix_settings[t], track_dir / "mix_settings.txt");
   write_settings_file(project->mix_modulation_mappings[t], track_dir / "mix_modulation_mappings.txt");
+  project_save_track_patches(project, t, track_dir);
   return true;
 }
 
@@ -96,6 +97,7 @@ void project_save(Project* project, char const* path) {
     if (!save_track(project, dir, t)) return;
 
   if (!make_directory(dir / "fx_patches", "error: could not create fx_patch directory!")) return;
+  project_save_fx_patches(project, dir / "fx_patches");
 
   fs::path const variables = dir / "program_variables";
   if (!make_directory(variables, "error: could not create program_variable directory!")) return;

@@ -133,6 +133,17 @@ struct FXParameters {
   }
 };
 
+// The one line of fx_modulation_hh.txt after its name: the FX patch's
+// callback, which lives beside the FX parameters, not inside them.
+struct FXModulationDialog {
+  ProgramIdx* srr_callback;
+
+  template <class F>
+  void do_it(F&& f) {
+    f(member("srr_callback", *srr_callback));
+  }
+};
+
 // A named variable that memory addresses of space V refer to.
 struct ProgramVariable {
   KVArray<char, 32> name;
