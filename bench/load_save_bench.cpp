@@ -1,6 +1,7 @@
 // Loads and saves a project that holds all 1296 pattern, table and program
-// slots and its chord and modulation memory, and copies the same files
-// plainly, to show what the text codecs cost on top of the file system.
+// slots, its chord and modulation memory and every patch slot of every
+// track and FX patch, and copies the same files plainly, to show what the
+// text codecs cost on top of the file system.
 //
 // usage: load_save_bench [WORK_DIR] [ROUNDS]
 // With KELVANE_BENCH_KEEP set the work directory stays, so that the saved
@@ -75,6 +76,25 @@ void generate(fs::path const& dir) {
       bench_project.modulation_memory[e].modulator_speed[c] = ModulatorSpeed::from_value(e + c);
       bench_project.modulation_memory[e].modulator_waveform[c] = ModulatorWaveform::from_index(c);
     }
+  // Patch memory at full use: every slot of every track named, the
+  // modulation of the types that have one changed, every FX patch used.
+  // Track 0 stays MIDI for the patterns of its sequencer column.
+  for (int t = 1; t < kNumTracks; ++t) {
+    bench_project.track_settings[t].type = PatternType::from_index(t % PatternType::count());
+    project_reset_patch_memory(&bench_project, t);
+  }
+  for (int t = 0; t < kNumTracks; ++t)
+    project_track_do_patch_mod(&bench_project, t, [t](auto&, auto& modulation, auto& names) {
+      for (int i = 0; i < kPatchSlots; ++i) {
+        std::snprintf(names[i].data, sizeof names[i].data, "patch %d.%d", t, i);
+        dialog_set_value(modulation[i], "depth\x1A" "filter", "40");
+        dialog_set_value(modulation[i], "depth\x1A" "filter[0]", "40");
+      }
+    });
+  for (int i = 0; i < kNumFXPatches; ++i) {
+    std::snprintf(bench_project.fx_patch_names[i].data, sizeof bench_project.fx_patch_names[i].data, "fx %d", i);
+    bench_project.fx_srr_callback[i] = ProgramIdx::from_value(i);
+  }
   bench_project.allocated_patterns = kNumPatterns;
   bench_project.allocated_tables = kNumTables;
   bench_project.allocated_programs = kNumPrograms;
