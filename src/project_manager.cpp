@@ -1,7 +1,8 @@
 // kelvane tracker project manager: copies patterns of one track of a source
 // project, with everything they refer to, into a track of a target project.
 //
-// This unit holds main, the three project records and the import engine.
+// This unit holds main and the three project records; the import engine is
+// in src/import.
 
 #include <cstdio>
 #include <cstring>
@@ -10,6 +11,7 @@
 
 #include <cxxopts.hpp>
 
+#include "import/import.hpp"
 #include "project/project.hpp"
 
 using namespace kelvane;
@@ -20,29 +22,7 @@ Project prj_src;
 Project prj_tgt;
 Project prj_default;
 
-// The standard assertion, after what the run printed so far has reached
-// its stream: the progress lines tell which request failed.
-// It stays on in every build type.
-extern "C" [[noreturn]] void __assert_fail(char const* expr, char const* file, unsigned line,
-                                           char const* function) noexcept;
-#define PM_ASSERT(expr) \
-  ((expr) ? void(0) : (std::fflush(stdout), __assert_fail(#expr, "src/project_manager.cpp", __LINE__, __PRETTY_FUNCTION__)))
-
 namespace {
-
-// ---------------------------------------------------------------------------
-// Import state: what has been brought over, for the whole run.
-
-// Source index to target index, for indices 0 .. N-1. Zero-initialised
-// static storage means "nothing mapped".
-template <int N>
-struct IndexMap {
-  int target_plus_one[N];
-
-  bool contains(int source) const { return source >= 0 && source < N && target_plus_one[source] != 0; }
-  int at(int source) const { return target_plus_one[source] - 1; }
-  void set(int source, int target) { target_plus_one[source] = target + 1; }
-};
 
 // The two-character text of a pattern index, as every print-out shows it.
 struct IdxText {
@@ -54,97 +34,8 @@ IdxText idx_text(PatternIdx idx) {
   return t;
 }
 
-// Prints the result line of an import: "PatternIdx 05 -> 09".
-void print_result(char const* label, PatternIdx from, PatternIdx to) {
-  std::printf("%s %s -> %s\n", label, idx_text(from).text, idx_text(to).text);
-}
-
-IndexMap<kNumChordMemory> chord_map;
-IndexMap<kNumProgramVariables> program_variable_map;
-
-// ---------------------------------------------------------------------------
-// Import engine.
-
-IndexMap<kNumPatterns> pattern_map;
-// Source patterns whose import has begun; a second request while the first
-// is still under way comes through a reference cycle.
-bool patterns_in_import_phase[kNumPatterns];
-
-// Takes the next target pattern slot. The count has no upper bound in the
-// tracker's format; a target that is full ends the run here rather than
-// writing past the slots.
-int take_pattern_slot(Project* tgt) {
-  PM_ASSERT(tgt->allocated_patterns < kNumPatterns);
-  return tgt->allocated_patterns++;
-}
-
-// Copies source pattern `pattern_idx` into the target, or finds an equal
-// pattern there, and returns the target index. Requests for a pattern that
-// was imported before answer from `pattern_map`.
-//
-// The references a pattern holds (tables, programs, patches) are carried
-// over as they stand for now.
-int import_pattern(Project* tgt, Project const* src, int track_tgt, int track_src, int pattern_idx) {
-  (void)track_tgt;
-  (void)track_src;
-  std::printf("requesting pattern %s\n", idx_text(PatternIdx::from_value(pattern_idx)).text);
-  PM_ASSERT(pattern_idx < src->allocated_patterns);
-  // Empty and magic names come here as negative numbers; they name nothing.
-  PM_ASSERT(pattern_idx >= 0);
-  if (pattern_map.contains(pattern_idx)) return pattern_map.at(pattern_idx);
-
-  int reserved = -1;
-  if (patterns_in_import_phase[pattern_idx]) {
-    reserved = take_pattern_slot(tgt);
-    pattern_map.set(pattern_idx, reserved);
-    print_result("PatternIdx", PatternIdx::from_value(pattern_idx), PatternIdx::from_value(reserved));
-  } else {
-    patterns_in_import_phase[pattern_idx] = true;
-  }
-
-  Pattern local;
-  bytes_copy(local, src->patterns[pattern_idx]);
-
-  if (reserved >= 0) bytes_copy(tgt->patterns[reserved], local);
-  if (pattern_map.contains(pattern_idx)) return pattern_map.at(pattern_idx);
-
-  int target = -1;
-  for (int i = 0; i < tgt->allocated_patterns && target < 0; ++i)
-    if (bytes_equal(local, tgt->patterns[i])) target = i;
-  if (target < 0) {
-    target = take_pattern_slot(tgt);
-    bytes_copy(tgt->patterns[target], local);
-  }
-  pattern_map.set(pattern_idx, target);
-  print_result("PatternIdx", PatternIdx::from_value(pattern_idx), PatternIdx::from_value(target));
-  return target;
-}
-
 // ---------------------------------------------------------------------------
 // Driver.
-
-// Seeds a map with the entries the target already holds: each source
-// entry that is in use maps to the first target entry with equal bytes.
-template <class Entry, int N, class InUse>
-void prematch(IndexMap<N>& map, char const* label, Entry const (&src)[N], Entry const (&tgt)[N],
-              InUse in_use) {
-  for (int i = 0; i < N; ++i) {
-    if (!in_use(i)) continue;
-    for (int j = 0; j < N; ++j) {
-      if (!bytes_equal(src[i], tgt[j])) continue;
-      map.set(i, j);
-      std::printf("%s %02x -> %02x\n", label, unsigned(i), unsigned(j));
-      break;
-    }
-  }
-}
-
-void prematch_memory() {
-  prematch(chord_map, "ChordMemIdx", prj_src.chord_memory, prj_tgt.chord_memory,
-           [](int i) { return !project_chord_is_initial(&prj_src, i); });
-  prematch(program_variable_map, "VariableIdx", prj_src.program_variables, prj_tgt.program_variables,
-           [](int i) { return !project_program_variable_is_initial(&prj_src, i); });
-}
 
 constexpr int kNoRoom = -1;
 
@@ -284,7 +175,7 @@ int main(int argc, char** argv) {
   std::printf("patterns=%d, tables=%d, programs=%d\n", prj_src.allocated_patterns,
               prj_src.allocated_tables, prj_src.allocated_programs);
 
-  prematch_memory();
+  import_prematch(&prj_src, &prj_tgt);
 
   if (source_track >= 0) {
     int const src_type = track_in_range(source_track) ? prj_src.track_settings[source_track].type.index() : 0;
