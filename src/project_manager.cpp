@@ -4,7 +4,11 @@
 // This unit holds main and the three project records; the import engine is
 // in src/import.
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -134,9 +138,37 @@ void import_whole_track(int source_track, int target_track, int seq_target_offse
   }
 }
 
+// An import follows references depth first, and a chain of tables,
+// programs and patterns may be as long as the project has slots. The stack
+// of the main thread is sized when the process starts, so a process whose
+// limit is smaller than such a chain could need starts itself again once,
+// with the limit raised as far as the system allows.
+constexpr rlim_t kImportStack = rlim_t(512) << 20;
+
+void ensure_deep_stack(char** argv) {
+  static char const kMarker[] = "KELVANE_PROJECT_MANAGER_STACK";
+  if (std::getenv(kMarker)) return;
+  rlimit limit;
+  if (getrlimit(RLIMIT_STACK, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur >= kImportStack)
+    return;
+  rlim_t const wanted = limit.rlim_max == RLIM_INFINITY || limit.rlim_max > kImportStack ? kImportStack : limit.rlim_max;
+  if (wanted <= limit.rlim_cur) return;
+  limit.rlim_cur = wanted;
+  if (setrlimit(RLIMIT_STACK, &limit) != 0) return;
+  // The binary's own path, so that the process keeps its name.
+  char self[4096];
+  ssize_t const n = readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n <= 0) return;
+  self[n] = 0;
+  setenv(kMarker, "1", 1);
+  execv(self, argv);
+  // Could not start again: go on with the stack there is.
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  ensure_deep_stack(argv);
   cxxopts::Options options(argv[0], "kelvane tracker project manager");
   // clang-format off
   options.add_options()
