@@ -32,6 +32,9 @@ namespace {
 
 // The checks of a kind's import name the import function of the kind.
 #define IMPORT_ASSERT_IN(expr, function) ((expr) ? void(0) : import_assert_fail(#expr, __LINE__, function))
+// The same with the text of the check given apart, where the code's own
+// expression reads otherwise.
+#define IMPORT_ASSERT_TEXT(expr, text, function) ((expr) ? void(0) : import_assert_fail(text, __LINE__, function))
 
 // ---------------------------------------------------------------------------
 // Import state.
@@ -76,7 +79,7 @@ struct ImportContext {
 // Printing.
 
 struct IdxText {
-  char text[8];
+  char text[12];
 };
 IdxText zz_text(int idx) {
   IdxText t{};
@@ -172,6 +175,7 @@ template <class Cell>
 void fix_reference(ImportContext const&, Cell&) {}
 
 void fix_variable(ImportContext const& c, OpCode& op);
+void place_default_patch(ImportContext const& c, Pattern& p);
 void fix_step(ImportContext const& c, StepTypes::TableStep& step);
 void fix_program_row(ImportContext const& c, ProgramRow& row);
 
@@ -224,7 +228,8 @@ struct PatternKind {
 
   // A reserved slot takes the finished pattern; a pattern that is mapped by
   // now (the reserved one, or the outer call of a cycle) is done.
-  static bool finish(ImportContext const& c, int idx, Pattern const& p, int reserved) {
+  static bool finish(ImportContext const& c, int idx, Pattern& p, int reserved) {
+    place_default_patch(c, p);
     if (reserved >= 0) bytes_copy(c.tgt->patterns[reserved], p);
     return pattern_map.contains(idx);
   }
@@ -269,7 +274,7 @@ struct TableKind {
     }
     for (ProgramIdx* cb : {&s.start_callback, &s.stop_callback, &s.transpose_callback}) fix_reference(c, *cb);
   }
-  static bool finish(ImportContext const&, int, Table const&, int) { return false; }
+  static bool finish(ImportContext const&, int, Table&, int) { return false; }
   static void found_message() { std::puts("found identical table after fixing, using this one"); }
   static int take_slot(Project* tgt) {
     IMPORT_ASSERT_IN(tgt->allocated_tables < kNumTables, function);
@@ -295,7 +300,7 @@ struct ProgramKind {
   static void rewrite(ImportContext const& c, Program& p) {
     for (ProgramRow& row : p.rows) fix_program_row(c, row);
   }
-  static bool finish(ImportContext const&, int, Program const&, int) { return false; }
+  static bool finish(ImportContext const&, int, Program&, int) { return false; }
   static void found_message() {}
   static int take_slot(Project* tgt) {
     IMPORT_ASSERT_IN(tgt->allocated_programs < kNumPrograms, function);
@@ -409,14 +414,178 @@ void fix_reference(ImportContext const& c, VariableIdx& cell) {
                    cell.value(), cell);
 }
 
-// Patches and FX patches come along with the patch import; until then a
-// patch reference keeps its index and tells the pattern that it chooses
-// its own patch.
-void fix_reference(ImportContext const&, PatchIdx& cell) {
+// ---------------------------------------------------------------------------
+// Patches and FX patches: no map, found again by content at every request.
+// The name does not count, and a slot that stays unnamed gets one made of
+// the source project's name and the source index.
+
+void make_up_name(PatchName& name, Project const* src, int idx) {
+  if (name.data[0] != 0) return;
+  std::snprintf(name.data, sizeof name.data, "%.4s_%s", src->name, hex_text(idx).text);
+}
+
+// The program references of a patch record, in the order of its members.
+template <class R>
+void fix_program_members(ImportContext const& c, R& record) {
+  record.do_it([&c](auto... members) {
+    auto one = [&c](auto m) {
+      if constexpr (std::is_same_v<std::remove_pointer_t<decltype(m.target)>, ProgramIdx>) fix_reference(c, *m.target);
+    };
+    (one(members), ...);
+  });
+}
+
+constexpr char const* kImportPatchFunction = "int import_patch(Project*, const Project*, int, int, int)";
+
+void check_track_types(ImportContext const& c, char const* function) {
+  IMPORT_ASSERT_TEXT(c.src->track_settings[c.track_src].type.stored == c.tgt->track_settings[c.track_tgt].type.stored,
+                     "int(src->track_settings[track_src].type) == int(tgt->track_settings[track_tgt].type)",
+                     function);
+}
+
+// Brings patch `patch_idx` of the source track to the target track; -1 if
+// the target track has no room, the index itself if a track is unknown.
+int import_patch(ImportContext const& c, int patch_idx) {
+  if (c.track_src < 0 || c.track_tgt < 0) {
+    std::fprintf(stderr, "warning: cannot fix patch index %d, leaving unmodified\n", patch_idx);
+    return patch_idx;
+  }
+  if (c.track_src >= kNumTracks || c.track_tgt >= kNumTracks || patch_idx < 0 || patch_idx >= kPatchSlots)
+    return patch_idx;
+  check_track_types(c, kImportPatchFunction);
+  Project const* src = c.src;
+  int result = -1;
+  patch_memory_do(src->patch_memory[c.track_src], src->track_settings[c.track_src].type.index(),
+                  [&](auto const& src_parameters, auto const& src_modulation) {
+    using Parameters = std::remove_cvref_t<decltype(src_parameters[0])>;
+    using Modulation = std::remove_cvref_t<decltype(src_modulation[0])>;
+    LocalRecord<Parameters> local_parameters;
+    LocalRecord<Modulation> local_modulation;
+    Parameters& parameters = *local_parameters.record;
+    Modulation& modulation = *local_modulation.record;
+    bytes_copy(parameters, src_parameters[patch_idx]);
+    bytes_copy(modulation, src_modulation[patch_idx]);
+    fix_program_members(c, parameters);
+    fix_program_members(c, modulation);
+
+    TrackPatchMemory& target = c.tgt->patch_memory[c.track_tgt];
+    patch_memory_do(target, c.tgt->track_settings[c.track_tgt].type.index(),
+                    [&](auto& tgt_parameters, auto& tgt_modulation) {
+      if constexpr (std::is_same_v<std::remove_cvref_t<decltype(tgt_parameters[0])>, Parameters> &&
+                    std::is_same_v<std::remove_cvref_t<decltype(tgt_modulation[0])>, Modulation>) {
+        for (int i = 0; i < kPatchSlots && result < 0; ++i) {
+          if (!bytes_equal(tgt_parameters[i], parameters) || !bytes_equal(tgt_modulation[i], modulation)) continue;
+          result = i;
+          print_result("PatchIdx", hex_text(patch_idx), hex_text(i));
+        }
+        if (result < 0) {
+          Parameters const& fresh_parameters = patch_record_fresh(parameters);
+          Modulation const& fresh_modulation = patch_record_fresh(modulation);
+          // Slot 0 is the track's default patch and is never free.
+          for (int i = 1; i < kPatchSlots && result < 0; ++i) {
+            if (target.names[i].data[0] != 0 || !bytes_equal(tgt_parameters[i], fresh_parameters) ||
+                !bytes_equal(tgt_modulation[i], fresh_modulation))
+              continue;
+            result = i;
+            bytes_copy(tgt_parameters[i], parameters);
+            bytes_copy(tgt_modulation[i], modulation);
+            bytes_copy(target.names[i], src->patch_memory[c.track_src].names[patch_idx]);
+          }
+        }
+        if (result >= 0) make_up_name(target.names[result], src, patch_idx);
+      }
+    });
+  });
+  print_result("PatchIdx", hex_text(patch_idx), hex_text(result < 0 ? 0 : result));
+  return result;
+}
+
+// Brings FX patch `idx` to the target. A target without a free slot ends
+// the run.
+int import_fx_patch(ImportContext const& c, int idx) {
+  if (idx < 0 || idx >= kNumFXPatches) return idx;
+  Project const* src = c.src;
+  Project* tgt = c.tgt;
+  FXParameters parameters;
+  bytes_copy(parameters, src->fx_parameters[idx]);
+  ProgramIdx callback = src->fx_srr_callback[idx];
+  fix_reference(c, callback);
+
+  int slot = -1;
+  for (int i = 0; i < kNumFXPatches && slot < 0; ++i) {
+    if (!bytes_equal(tgt->fx_parameters[i], parameters) || !bytes_equal(tgt->fx_srr_callback[i], callback)) continue;
+    slot = i;
+    print_result("FXPatchIdx", hex_text(idx), hex_text(i));
+  }
+  if (slot < 0) {
+    FXParameters const& fresh = patch_record_fresh(parameters);
+    for (int i = 0; i < kNumFXPatches && slot < 0; ++i) {
+      if (tgt->fx_patch_names[i].data[0] != 0 || !bytes_equal(tgt->fx_parameters[i], fresh) ||
+          !tgt->fx_srr_callback[i].is_empty())
+        continue;
+      slot = i;
+    }
+    if (slot < 0) {
+      std::fflush(stdout);
+      std::fputs("error: could not find empty slot for fx patch memory!\n", stderr);
+      std::exit(1);
+    }
+    bytes_copy(tgt->fx_parameters[slot], parameters);
+    tgt->fx_srr_callback[slot] = callback;
+    bytes_copy(tgt->fx_patch_names[slot], src->fx_patch_names[idx]);
+  }
+  make_up_name(tgt->fx_patch_names[slot], src, idx);
+  print_result("FXPatchIdx", hex_text(idx), hex_text(slot));
+  return slot;
+}
+
+// A patch reference also tells the pattern in hand that it chooses its own
+// patch. A result outside 0 to 63 stores patch 0.
+void fix_reference(ImportContext const& c, PatchIdx& cell) {
   if (cell.is_empty()) return;
+  int const result = import_patch(c, cell.value());
+  cell = result >= 0 && result < kPatchSlots ? PatchIdx::from_value(result) : PatchIdx::from_value(0);
   pattern_sets_patch = true;
 }
-void fix_reference(ImportContext const&, FXPatchIdx&) {}
+
+void fix_reference(ImportContext const& c, FXPatchIdx& cell) {
+  if (!cell.has_number()) return;
+  cell = FXPatchIdx::from_value(import_fx_patch(c, cell.value()));
+}
+
+// A pattern that names no patch plays on patch 0 of its track: the source
+// track's patch 0 comes along, and the pattern names where it landed, in
+// step 0's patch column or, for the types without one, as a `ptch` op code
+// in the first free op code column from step 0 on.
+void place_default_patch(ImportContext const& c, Pattern& p) {
+  if (c.track_src < 0 || c.track_tgt < 0 || pattern_sets_patch) return;
+  check_track_types(c, PatternKind::function);
+  int const patch = import_patch(c, 0);
+  if (patch <= 0) return;
+  pattern_steps_do(p, [&](auto& steps) {
+    auto& first = steps.data[0];
+    if constexpr (requires { first.patch_idx; }) {
+      IMPORT_ASSERT_TEXT(first.patch_idx[0].is_empty(), "!steps[0].patch_idx[0]", PatternKind::function);
+      first.patch_idx[0] = PatchIdx::from_value(patch);
+    } else {
+      for (int row = 0; row < kStepsPerPattern; ++row) {
+        if (row > 0)
+          std::fprintf(stderr, "warning, could not find empty slot to place patch idx, trying row %d\n", row);
+        for (OpCode& op : steps.data[row].op_code) {
+          if (!op.type.is_empty()) continue;
+          bytes_clear(op);
+          op.type = OpCode::OpType::of("ptch");
+          op.column_do(0, [patch](auto& cell) {
+            if constexpr (std::is_same_v<std::remove_reference_t<decltype(cell)>, PatchIdx>)
+              cell = PatchIdx::from_value(patch);
+          });
+          return;
+        }
+      }
+      std::fprintf(stderr, "could not find empty op code slot to place patch idx %s\n", hex_text(patch).text);
+    }
+  });
+}
 
 // The arguments of an op code, in column order. An Address that follows
 // the address space V names a program variable.

@@ -20,17 +20,6 @@ fs::path slot_path(fs::path const& dir, char const* format, int slot) {
   return dir / name;
 }
 
-// The fresh record a slot is compared with on saving: one per record type,
-// in static storage, built anew for each track that is saved.
-template <class R>
-R fresh_record;
-
-template <class R>
-R const& fresh(R const&) {
-  patch_record_initialize(fresh_record<R>);
-  return fresh_record<R>;
-}
-
 // The name line of a slot. A full name runs on into the bytes behind it,
 // to the end of the project.
 PatchMemoryNameDialog name_dialog(Project const* project, PatchName& name) {
@@ -51,8 +40,8 @@ void project_reset_patch_memory(Project* project, int track) {
 
 void project_save_track_patches(Project* project, int track, fs::path const& track_dir) {
   project_track_do_patch_mod(project, track, [&](auto& parameters, auto& modulation, auto& names) {
-    auto const& fresh_parameters = fresh(parameters[0]);
-    auto const& fresh_modulation = fresh(modulation[0]);
+    auto const& fresh_parameters = patch_record_fresh(parameters[0]);
+    auto const& fresh_modulation = patch_record_fresh(modulation[0]);
     for (int i = 0; i < kPatchSlots; ++i) {
       PatchMemoryNameDialog name = name_dialog(project, names[i]);
       bool const named = names[i].data[0] != 0;
@@ -79,7 +68,7 @@ void project_load_track_patches(Project* project, int track, fs::path const& tra
 }
 
 void project_save_fx_patches(Project* project, fs::path const& fx_dir) {
-  FXParameters const& fresh_parameters = fresh(project->fx_parameters[0]);
+  FXParameters const& fresh_parameters = patch_record_fresh(project->fx_parameters[0]);
   for (int i = 0; i < kNumFXPatches; ++i) {
     PatchMemoryNameDialog name = name_dialog(project, project->fx_patch_names[i]);
     FXModulationDialog callback{&project->fx_srr_callback[i]};

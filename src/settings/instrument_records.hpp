@@ -677,4 +677,16 @@ void patch_record_initialize(R& record) {
   patch_record_initial_fixups(record);
 }
 
+// A fresh record of R, to compare a slot with: one per record type, in
+// static storage, built anew at each call (which sets the page selectors
+// of R to 0, as every default step does). The argument only names the type.
+template <class R>
+inline R patch_record_fresh_storage;
+
+template <class R>
+R const& patch_record_fresh(R const&) {
+  patch_record_initialize(patch_record_fresh_storage<R>);
+  return patch_record_fresh_storage<R>;
+}
+
 }  // namespace kelvane

@@ -42,7 +42,7 @@ printf '0 0 00\n' > a/src/sequencer.txt
 [ "$(ls a/tgt/programs | wc -l)" = $n ] || fail "programs written"
 # Depth first: the last program finishes first, the first table last.
 grep -q '^ProgramIdx zz -> 00$' a/out.txt || fail "first program result"
-[ "$(tail -n 3 a/out.txt | head -n 1)" = "TableIdx 00 -> zz" ] || fail "last table result"
+[ "$(grep -A 3 '^TableIdx 00 -> zz$' a/out.txt | tail -n 1)" = "PatternIdx 00 -> 00" ] || fail "last table result"
 grep -q '^0 op_code 0 tble0zy' a/tgt/tables/table_zz.txt || fail "rewritten table reference"
 
 # The pattern chain: pattern i's start callback is program i, whose operand
@@ -67,4 +67,6 @@ printf '0 0 00\n' > b/src/sequencer.txt
 [ "$(ls b/tgt/programs | wc -l)" = $n ] || fail "programs of the pattern chain written"
 grep -q '^PatternIdx zz -> 00$' b/out.txt || fail "first pattern result"
 [ "$(tail -n 2 b/out.txt | head -n 1)" = "PatternIdx 00 -> zz" ] || fail "last pattern result"
+# Each pattern plays on the default patch, which it finds in the target.
+[ "$(grep -c '^PatchIdx 00 -> 00$' b/out.txt)" = $((2 * n)) ] || fail "default patch lines"
 echo "long chains imported"
