@@ -93,6 +93,10 @@ void import_list(cxxopts::ParseResult const& result, int source_track, int targe
     // A name is an index from 0 to 1295; anything else is the empty value.
     PatternIdx parsed = PatternIdx::parse_string(name.c_str());
     if (parsed.has_number() && parsed.value() < 0) parsed = PatternIdx::empty_cell();
+    if (!parsed.has_number()) {
+      std::fprintf(stderr, "error: pattern index `%s' names no pattern! (00 to zz)\n", name.c_str());
+      continue;
+    }
     int const idx = parsed.value();
     if (!(idx < prj_src.allocated_patterns)) {
       std::fprintf(stderr, "error: pattern index `%s' out of range! (%d>=%d)\n", name.c_str(), idx,
@@ -131,6 +135,12 @@ void import_whole_track(int source_track, int target_track, int seq_target_offse
       continue;
     }
     previous_empty = false;
+    // The magic cell names no pattern: it travels as it is.
+    if (cell.is_magic()) {
+      place_pattern(&prj_tgt, target_track, line, cell);
+      ++line;
+      continue;
+    }
     PatternIdx const imported =
         PatternIdx::from_value(import_pattern(&prj_tgt, &prj_src, target_track, source_track, cell.value()));
     place_pattern(&prj_tgt, target_track, line, imported);

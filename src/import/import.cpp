@@ -162,6 +162,17 @@ void store_zz(Cell& cell, int result) {
 // ---------------------------------------------------------------------------
 // The three slot kinds and the common shape.
 
+// The next slot of a kind in the target. The counters have no upper bound
+// in the tracker's format; a target that is full ends the run before
+// anything is saved, so that no half-imported project is ever written.
+int take_new_slot(int& allocated, int capacity, char const* kind) {
+  if (allocated < capacity) return allocated++;
+  std::fflush(stdout);
+  std::fprintf(stderr, "error: the target project has no free %s slot left (all %d are in use), nothing is saved\n",
+               kind, capacity);
+  std::exit(1);
+}
+
 void fix_reference(ImportContext const& c, TableIdx& cell);
 void fix_reference(ImportContext const& c, ProgramIdx& cell);
 void fix_reference(ImportContext const& c, PatternIdx& cell);
@@ -236,12 +247,7 @@ struct PatternKind {
 
   static void found_message() {}
 
-  // The count has no upper bound in the tracker's format; a target that is
-  // full ends the run here rather than writing past the slots.
-  static int take_slot(Project* tgt) {
-    IMPORT_ASSERT_IN(tgt->allocated_patterns < kNumPatterns, function);
-    return tgt->allocated_patterns++;
-  }
+  static int take_slot(Project* tgt) { return take_new_slot(tgt->allocated_patterns, kNumPatterns, "pattern"); }
 };
 
 struct TableKind {
@@ -276,10 +282,7 @@ struct TableKind {
   }
   static bool finish(ImportContext const&, int, Table&, int) { return false; }
   static void found_message() { std::puts("found identical table after fixing, using this one"); }
-  static int take_slot(Project* tgt) {
-    IMPORT_ASSERT_IN(tgt->allocated_tables < kNumTables, function);
-    return tgt->allocated_tables++;
-  }
+  static int take_slot(Project* tgt) { return take_new_slot(tgt->allocated_tables, kNumTables, "table"); }
 };
 
 struct ProgramKind {
@@ -302,10 +305,7 @@ struct ProgramKind {
   }
   static bool finish(ImportContext const&, int, Program&, int) { return false; }
   static void found_message() {}
-  static int take_slot(Project* tgt) {
-    IMPORT_ASSERT_IN(tgt->allocated_programs < kNumPrograms, function);
-    return tgt->allocated_programs++;
-  }
+  static int take_slot(Project* tgt) { return take_new_slot(tgt->allocated_programs, kNumPrograms, "program"); }
 };
 
 template <class K>
