@@ -7,10 +7,10 @@ kind=${1:-normal}
 shift || true
 if [ "$kind" = sanitize ]; then
   dir=build-sanitize
-  flags=(-DKELVANE_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug)
+  flags=(-DKELVANE_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DKELVANE_WERROR=ON)
 else
   dir=build
-  flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
+  flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DKELVANE_WERROR=ON)
 fi
 cmake -S . -B "$dir" -G Ninja "${flags[@]}" >/dev/null
 targets=()

@@ -182,12 +182,15 @@ TEST(CellGeneric, IntSettingDecimal) {
 }
 
 TEST(CellGeneric, FormatStaysInsideBuffer) {
-  char buf[2] = {'x', 'x'};
-  size_t volatile len = sizeof buf;  // keeps the compiler from judging the cut
+  // Two bytes given out of eight: nothing is written behind them.
+  char buf[8] = {'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'};
+  size_t volatile len = 2;  // keeps the compiler from judging the cut
   Param8Bit<0>::from_value(0xab).format_string(buf, len);
   EXPECT_EQ(std::string(buf), "a");
+  EXPECT_EQ(buf[2], 'x');
   IntSetting<0, 15, 7, 10>{}.format_column(buf, len, 5);
   EXPECT_EQ(std::string(buf), "\xFA");
+  EXPECT_EQ(buf[2], 'x');
 }
 
 TEST(CellText, CopyTextInto) {

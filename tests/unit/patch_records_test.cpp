@@ -8,6 +8,8 @@
 // by loops over the indices of the keys, never copied from a run.
 
 #include <gtest/gtest.h>
+
+#include "scratch_dir.hpp"
 #include <unistd.h>
 
 #include <algorithm>
@@ -447,7 +449,7 @@ TrackPatchMemory neighbour_before;
 TrackPatchMemory neighbour_after;
 
 fs::path scratch_root() {
-  return fs::temp_directory_path() / ("kelvane_patch_records_test_" + std::to_string(getpid()));
+  return unit_test_scratch_root() / "patch_records";
 }
 
 fs::path scratch(std::string const& name) {
@@ -456,14 +458,6 @@ fs::path scratch(std::string const& name) {
   fs::create_directories(dir);
   return dir;
 }
-
-// Removes the scratch directories when the test program ends.
-struct ScratchCleanup {
-  ~ScratchCleanup() {
-    std::error_code ec;
-    fs::remove_all(scratch_root(), ec);
-  }
-} scratch_cleanup;
 
 void write_file(fs::path const& file, std::string const& text) {
   fs::create_directories(file.parent_path());

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "scratch_dir.hpp"
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -17,7 +19,7 @@ Project first;
 Project second;
 
 fs::path scratch(char const* name) {
-  fs::path const dir = fs::temp_directory_path() / ("kelvane_project_test_" + std::to_string(getpid())) / name;
+  fs::path const dir = unit_test_scratch_root() / "project" / name;
   fs::remove_all(dir);
   fs::create_directories(dir);
   return dir;

@@ -3,6 +3,8 @@
 // what the readers make of older and broken lines.
 
 #include <gtest/gtest.h>
+
+#include "scratch_dir.hpp"
 #include <unistd.h>
 
 #include <cstdio>
@@ -25,7 +27,7 @@ Table table;
 Program program;
 
 fs::path scratch_file(char const* name) {
-  fs::path const dir = fs::temp_directory_path() / ("kelvane_table_program_test_" + std::to_string(getpid()));
+  fs::path const dir = unit_test_scratch_root() / "table_program";
   fs::create_directories(dir);
   return dir / name;
 }
