@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Configures and builds into build/ ("normal") or build-sanitize/
-# ("sanitize"). Further arguments name the targets to build (all if none).
+# Configures and builds into build/ ("normal"), build-sanitize/
+# ("sanitize") or build-clang/ ("clang": clang, Release). Further
+# arguments name the targets to build (all if none).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 kind=${1:-normal}
@@ -8,6 +9,9 @@ shift || true
 if [ "$kind" = sanitize ]; then
   dir=build-sanitize
   flags=(-DKELVANE_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug -DKELVANE_WERROR=ON)
+elif [ "$kind" = clang ]; then
+  dir=build-clang
+  flags=(-DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Release -DKELVANE_WERROR=ON)
 else
   dir=build
   flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DKELVANE_WERROR=ON)

@@ -208,7 +208,7 @@ struct Table {
   template <size_t I>
   using row = typename TypeAt<I, rows>::type;
 
-  static constexpr char const* mnemonics[] = {Rows::mnemonic...};
+  static constexpr char const* mnemonics[sizeof...(Rows)] = {Rows::mnemonic...};
 
   using tuples = typename Distinct<TypeList<>, typename Rows::tuple_type...>::type;
   using storage = typename UnionOf<tuples>::type;
