@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and runs every test three times: a
 # normal build, one under AddressSanitizer and UndefinedBehaviorSanitizer,
-# and a Release build with clang.
+# and a Release build with clang. Last, the fuzz harnesses replay their
+# seed corpora and fuzz briefly.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
-for kind in normal sanitize clang; do
+for kind in normal sanitize clang fuzz; do
   echo "== $kind build"
-  scripts/build.sh $kind
+  targets=()
+  [ $kind = fuzz ] && targets=(fuzz_cells fuzz_escape fuzz_settings fuzz_files)
+  scripts/build.sh $kind "${targets[@]}"
   case $kind in
     normal) dir=build ;;
     *) dir=build-$kind ;;
