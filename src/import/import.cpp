@@ -559,6 +559,9 @@ void fix_reference(ImportContext const& c, FXPatchIdx& cell) {
 // in the first free op code column from step 0 on.
 void place_default_patch(ImportContext const& c, Pattern& p) {
   if (c.track_src < 0 || c.track_tgt < 0 || pattern_sets_patch) return;
+  // A track number past the last track names no patch memory: nothing to
+  // place, as for an unknown track.
+  if (c.track_src >= kNumTracks || c.track_tgt >= kNumTracks) return;
   check_track_types(c, PatternKind::function);
   int const patch = import_patch(c, 0);
   if (patch <= 0) return;
