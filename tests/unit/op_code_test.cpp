@@ -5,6 +5,7 @@
 #include <string>
 #include <type_traits>
 
+#include "command_args.hpp"
 #include "kelvane/op_code_definition.hpp"
 
 using namespace kelvane;
@@ -29,21 +30,7 @@ OpCode parse(std::string const& text) { return OpCode::parse_string(text.c_str()
 
 bool same_bytes(OpCode const& a, OpCode const& b) { return std::memcmp(&a, &b, sizeof(OpCode)) == 0; }
 
-// The cell of type T in column col; fails the test if the column holds
-// another type.
-template <class T>
-T arg_of(OpCode const& op, int col) {
-  T out{};
-  bool found = false;
-  op.column_do(col, [&](auto const& cell) {
-    if constexpr (std::is_same_v<std::remove_cvref_t<decltype(cell)>, T>) {
-      out = cell;
-      found = true;
-    }
-  });
-  EXPECT_TRUE(found) << "column " << col << " holds another type";
-  return out;
-}
+using kelvane::testing_support::arg_of;
 
 template <class T>
 unsigned bits(T const& cell) {

@@ -13,6 +13,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "command_args.hpp"
 #include "kelvane/op_code_definition.hpp"
 
 using namespace kelvane;
@@ -84,21 +85,7 @@ std::string show(std::string const& s) {
   return out;
 }
 
-// The cell of type T in column col; fails the test if the column holds
-// another type.
-template <class T, class Cell>
-T arg_of(Cell const& c, int col) {
-  T out{};
-  bool found = false;
-  c.column_do(col, [&](auto const& cell) {
-    if constexpr (std::is_same_v<std::remove_cvref_t<decltype(cell)>, T>) {
-      out = cell;
-      found = true;
-    }
-  });
-  EXPECT_TRUE(found) << "column " << col << " holds another type";
-  return out;
-}
+using kelvane::testing_support::arg_of;
 
 // The number a column holds: the index of a named entry, else the value.
 template <class T>
