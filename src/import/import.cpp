@@ -10,6 +10,8 @@
 
 #include "import/import.hpp"
 
+#include "kelvane/run_end.hpp"
+
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -17,17 +19,12 @@
 
 namespace kelvane {
 
-// The standard assertion, after what the run printed so far has reached its
-// stream: the progress lines tell which request failed. It stays on in every
-// build type and names the unit of the driver, as the tracker's tools do.
-extern "C" [[noreturn]] void __assert_fail(char const* expr, char const* file, unsigned line,
-                                           char const* function) noexcept;
-
 namespace {
 
+// The standard assertion. It stays on in every build type and names the
+// unit of the driver, as the tracker's tools do.
 [[noreturn]] void import_assert_fail(char const* expr, unsigned line, char const* function) {
-  std::fflush(stdout);
-  __assert_fail(expr, "src/project_manager.cpp", line, function);
+  run_end_c_assertion(expr, "src/project_manager.cpp", line, function);
 }
 
 // The checks of a kind's import name the import function of the kind.
@@ -124,7 +121,7 @@ struct RequestFrame {
                      "error: %s %s is requested again while its own import is still open: tables and "
                      "programs refer to each other in a cycle that cannot end, nothing is saved\n",
                      kind_word(kind), zz_text(idx).text);
-        std::exit(1);
+        run_end_error();
       }
     }
     open_requests.push_back({kind, idx});
@@ -170,7 +167,7 @@ int take_new_slot(int& allocated, int capacity, char const* kind) {
   std::fflush(stdout);
   std::fprintf(stderr, "error: the target project has no free %s slot left (all %d are in use), nothing is saved\n",
                kind, capacity);
-  std::exit(1);
+  run_end_error();
 }
 
 void fix_reference(ImportContext const& c, TableIdx& cell);
@@ -528,7 +525,7 @@ int import_fx_patch(ImportContext const& c, int idx) {
     if (slot < 0) {
       std::fflush(stdout);
       std::fputs("error: could not find empty slot for fx patch memory!\n", stderr);
-      std::exit(1);
+      run_end_error();
     }
     bytes_copy(tgt->fx_parameters[slot], parameters);
     tgt->fx_srr_callback[slot] = callback;
@@ -637,6 +634,18 @@ void prematch(IndexMap<N>& map, char const* label, Entry const (&src)[N], Entry 
 }
 
 }  // namespace
+
+void import_reset() {
+  bytes_clear(pattern_map);
+  bytes_clear(table_map);
+  bytes_clear(program_map);
+  bytes_clear(chord_map);
+  bytes_clear(mod_memory_map);
+  bytes_clear(program_variable_map);
+  bytes_clear(patterns_in_import_phase);
+  pattern_sets_patch = false;
+  open_requests.clear();
+}
 
 void import_prematch(Project const* src, Project const* tgt) {
   prematch(chord_map, "ChordMemIdx", src->chord_memory, tgt->chord_memory,

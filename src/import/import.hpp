@@ -8,6 +8,11 @@
 
 namespace kelvane {
 
+// Forgets everything imported so far, for a program that carries out more
+// than one run in a process. A run that left by a run end handler has
+// unwound its open requests already.
+void import_reset();
+
 // Seeds the chord memory and program variable maps with the entries the
 // target already holds, and prints a line for each match.
 void import_prematch(Project const* src, Project const* tgt);

@@ -1,10 +1,58 @@
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
+#include "kelvane/run_end.hpp"
 #include "kelvane/types_cells.hpp"
 
-void kelvane_assert_fail(char const* expr, char const* file, unsigned line, char const* function) {
+extern "C" [[noreturn]] void __assert_fail(char const* expr, char const* file, unsigned line,
+                                           char const* function) noexcept;
+
+namespace kelvane {
+
+namespace {
+
+RunEndHandler handler = nullptr;
+
+[[noreturn]] void hand_over(RunEnd const& end) {
+  handler(end);
+  // A handler that returns has nowhere to go back to.
+  std::abort();
+}
+
+}  // namespace
+
+RunEndHandler set_run_end_handler(RunEndHandler h) {
+  RunEndHandler const before = handler;
+  handler = h;
+  return before;
+}
+
+void run_end_assertion(char const* expr, char const* file, unsigned line, char const* function) {
+  // What the run printed so far reaches its stream first: the progress
+  // lines tell which request failed.
   std::fflush(stdout);
   std::fprintf(stderr, "%s:%u: %s: Assertion `%s' failed\n", file, line, function, expr);
+  if (handler) hand_over({RunEndKind::assertion, expr, file, line, function});
   std::abort();
+}
+
+void run_end_c_assertion(char const* expr, char const* file, unsigned line, char const* function) {
+  std::fflush(stdout);
+  if (!handler) __assert_fail(expr, file, line, function);
+  std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name, file, line,
+               function, expr);
+  hand_over({RunEndKind::assertion, expr, file, line, function});
+}
+
+void run_end_error() {
+  std::fflush(stdout);
+  if (handler) hand_over({RunEndKind::error, "", "", 0, ""});
+  std::exit(1);
+}
+
+}  // namespace kelvane
+
+void kelvane_assert_fail(char const* expr, char const* file, unsigned line, char const* function) {
+  kelvane::run_end_assertion(expr, file, line, function);
 }

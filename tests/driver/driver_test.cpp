@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
-#define main project_manager_main
-#include "project_manager.cpp"
-#undef main
+#include "import/driver.hpp"
+
+using namespace kelvane;
 
 namespace {
+
+Project prj_src;
+Project prj_tgt;
 
 void clear_column(Project* p, int track) {
   for (int line = 0; line < kSequencerLines; ++line) p->sequencer[line][track] = PatternIdx{};

@@ -1,0 +1,39 @@
+#pragma once
+// How a run ends before its work is done: a failed check (an assertion) or
+// an error that has been reported (status 1, nothing saved). By default the
+// process ends there, as a run of the tool must. A program that carries out
+// runs inside one process (a fuzz harness, a preview) sets a handler that
+// leaves the run by throwing, and keeps going.
+
+namespace kelvane {
+
+enum class RunEndKind : char { assertion, error };
+
+struct RunEnd {
+  RunEndKind kind;
+  // For an assertion: the check's text, the unit and line it names and the
+  // function it names. Empty for an error, whose message is printed already.
+  char const* expr;
+  char const* file;
+  unsigned line;
+  char const* function;
+};
+
+// Must not return; it is called after the run's message is on stderr.
+using RunEndHandler = void (*)(RunEnd const&);
+
+// Sets the handler (nullptr: end the process) and returns the one before.
+RunEndHandler set_run_end_handler(RunEndHandler handler);
+
+// The assertion of the library's own checks, in the form
+// "FILE:LINE: FUNCTION: Assertion `EXPR' failed".
+[[noreturn]] void run_end_assertion(char const* expr, char const* file, unsigned line, char const* function);
+
+// The assertion of the C library's assert: its message carries the
+// program's name, and the process ends the way a failed assert ends it.
+[[noreturn]] void run_end_c_assertion(char const* expr, char const* file, unsigned line, char const* function);
+
+// After an error message: status 1.
+[[noreturn]] void run_end_error();
+
+}  // namespace kelvane
