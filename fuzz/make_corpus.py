@@ -60,3 +60,43 @@ for i, data in enumerate(files):
     put('fuzz_files', bytes([i]) + data)
 for t in range(9):
     put('fuzz_files', bytes([7 + 9 * t]) + first('pt_*/tgt/track_*/modulation_*.txt'))
+
+# Whole runs: the request line, then every file of the case's two trees.
+def request_line(args):
+    opts = {'--source_track': '-1', '--target_track': None, '--seq_target_offset': '0'}
+    names, whole, i = [], False, 0
+    while i < len(args):
+        a = args[i]
+        if a in opts and i + 1 < len(args):
+            opts[a] = args[i + 1]
+            i += 2
+        elif a in ('-p', '--pattern') and i + 1 < len(args):
+            names += args[i + 1].split(',')
+            i += 2
+        elif a == '--whole_track':
+            whole = True
+            i += 1
+        else:
+            i += 1
+    if opts['--target_track'] is None:
+        return None
+    mode = 'W' if whole else 'L'
+    return ' '.join([mode, opts['--source_track'], opts['--target_track'], opts['--seq_target_offset']] + names)
+
+
+for case in sorted(glob.glob(os.path.join(CASES, '*'))):
+    args_file = os.path.join(case, 'args')
+    if not os.path.exists(args_file):
+        continue
+    line = request_line(open(args_file, encoding='latin-1').read().split('\n'))
+    if line is None:
+        continue
+    seed = line.encode('latin-1') + b'\n'
+    for side in ('src', 'tgt'):
+        root = os.path.join(case, side)
+        for path in sorted(glob.glob(os.path.join(root, '**', '*'), recursive=True)):
+            if os.path.isfile(path):
+                rel = os.path.relpath(path, root)
+                seed += b'@' + side[0].encode() + b'/' + rel.encode() + b'\n' + open(path, 'rb').read()
+    if len(seed) <= 32768:
+        put('fuzz_run', seed)

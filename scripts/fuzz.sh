@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-600}
 scripts/setup.sh
 scripts/build.sh fuzz
-for harness in fuzz_cells fuzz_escape fuzz_settings fuzz_files; do
+for harness in fuzz_cells fuzz_escape fuzz_settings fuzz_files fuzz_run; do
   work=build-fuzz/campaign/$harness
   mkdir -p "$work"
   echo "== $harness"

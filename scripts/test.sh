@@ -9,7 +9,7 @@ scripts/setup.sh
 for kind in normal sanitize clang fuzz; do
   echo "== $kind build"
   targets=()
-  [ $kind = fuzz ] && targets=(fuzz_cells fuzz_escape fuzz_settings fuzz_files)
+  [ $kind = fuzz ] && targets=(fuzz_cells fuzz_escape fuzz_settings fuzz_files fuzz_run)
   scripts/build.sh $kind "${targets[@]}"
   case $kind in
     normal) dir=build ;;
