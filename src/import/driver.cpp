@@ -23,7 +23,26 @@ bool track_in_range(int track) { return track >= 0 && track < kNumTracks; }
 // Writes an imported pattern into the target's sequencer and reports it.
 void place_pattern(Project* tgt, int track, int line, PatternIdx idx) {
   std::printf("sequencer(%02x, %02x) = %s\n", unsigned(track), unsigned(line), idx_text(idx).text);
-  if (track_in_range(track) && line >= 0 && line < kSequencerLines) tgt->sequencer[line][track] = idx;
+  int const to = idx.has_number() ? idx.value() : -1;
+  if (track_in_range(track) && line >= 0 && line < kSequencerLines) {
+    tgt->sequencer[line][track] = idx;
+    import_notify({ImportOutcome::placed, "sequencer", -1, to, track, line});
+  } else {
+    import_notify({ImportOutcome::dropped, "sequencer", -1, to, track, line});
+  }
+}
+
+// A source pattern that finds no cell in the target column.
+void drop_pattern(int track, int source, int target) {
+  import_notify({ImportOutcome::dropped, "sequencer", source, target, track, -1});
+}
+
+// The source cells from `from_line` on that are never brought over.
+void drop_rest(Project const* src, int source_track, int target_track, int from_line) {
+  for (int l = from_line; l < kSequencerLines; ++l) {
+    PatternIdx const cell = src->sequencer[l][source_track];
+    if (cell.has_number()) drop_pattern(target_track, cell.value(), -1);
+  }
 }
 
 void import_list(Project* tgt, Project const* src, ImportRequest const& r) {
@@ -49,10 +68,14 @@ void import_list(Project* tgt, Project const* src, ImportRequest const& r) {
       track = find_source_track(src, idx);
       std::printf("found pattern on track %x\n", unsigned(track < 0 ? 0 : track));
     }
+    import_notify({ImportOutcome::importing, "pattern", idx, -1, r.target_track, -1});
     PatternIdx const imported = PatternIdx::from_value(import_pattern(tgt, src, r.target_track, track, idx));
     if (!track_in_range(r.target_track)) continue;
     int const line = target_line(tgt, r.target_track, r.seq_target_offset);
-    if (line == kNoRoom || line >= kSequencerLines) continue;
+    if (line == kNoRoom || line >= kSequencerLines) {
+      drop_pattern(r.target_track, idx, imported.value());
+      continue;
+    }
     place_pattern(tgt, r.target_track, line, imported);
   }
 }
@@ -65,11 +88,15 @@ void import_whole_track(Project* tgt, Project const* src, ImportRequest const& r
   int first = 0;
   while (first < kSequencerLines && src->sequencer[first][source_track].is_empty()) ++first;
   if (first == kSequencerLines) return;
-  if (line > kSequencerLines - 1) return;
+  if (line > kSequencerLines - 1) {
+    drop_rest(src, source_track, target_track, first);
+    return;
+  }
   // A taken cell at the computed line goes unnoticed: the first pattern is
   // reported at line ffffffff and not stored, the rest follow from line 0.
   bool previous_empty = false;
-  for (int src_line = first; src_line < kSequencerLines && line <= kSequencerLines - 1; ++src_line) {
+  int src_line = first;
+  for (; src_line < kSequencerLines && line <= kSequencerLines - 1; ++src_line) {
     PatternIdx const cell = src->sequencer[src_line][source_track];
     if (cell.is_empty()) {
       if (!previous_empty) ++line;
@@ -83,11 +110,13 @@ void import_whole_track(Project* tgt, Project const* src, ImportRequest const& r
       ++line;
       continue;
     }
+    import_notify({ImportOutcome::importing, "pattern", cell.value(), -1, target_track, -1});
     PatternIdx const imported =
         PatternIdx::from_value(import_pattern(tgt, src, target_track, source_track, cell.value()));
     place_pattern(tgt, target_track, line, imported);
     ++line;
   }
+  drop_rest(src, source_track, target_track, src_line);
 }
 
 }  // namespace
@@ -121,6 +150,7 @@ int find_source_track(Project const* src, int idx) {
 }
 
 int run_import(Project* tgt, Project const* src, ImportRequest const& r) {
+  import_notify({ImportOutcome::started, "import", -1, -1, r.target_track, -1});
   std::printf("patterns=%d, tables=%d, programs=%d\n", src->allocated_patterns, src->allocated_tables,
               src->allocated_programs);
 

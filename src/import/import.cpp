@@ -89,8 +89,17 @@ IdxText hex_text(int idx) {
   return t;
 }
 
-void print_result(char const* label, IdxText from, IdxText to) {
-  std::printf("%s %s -> %s\n", label, from.text, to.text);
+ImportObserver observer = nullptr;
+
+// Pattern, table and program indices print as zz numbers, the rest in hex.
+enum class Digits : char { zz, hex };
+
+// Prints a result line and tells the observer.
+void report_result(char const* label, Digits digits, int from, int to, ImportOutcome outcome, int track = -1) {
+  IdxText const f = digits == Digits::zz ? zz_text(from) : hex_text(from);
+  IdxText const t = digits == Digits::zz ? zz_text(to) : hex_text(to);
+  std::printf("%s %s -> %s\n", label, f.text, t.text);
+  import_notify({outcome, label, from, to, track, -1});
 }
 
 // ---------------------------------------------------------------------------
@@ -212,7 +221,7 @@ struct PatternKind {
     }
     int const n = take_slot(c.tgt);
     pattern_map.set(idx, n);
-    print_result(label, zz_text(idx), zz_text(n));
+    report_result(label, Digits::zz, idx, n, ImportOutcome::created);
     return n;
   }
 
@@ -309,6 +318,7 @@ template <class K>
 int import_record(ImportContext const& c, int idx) {
   using R = typename K::Record;
   std::printf("requesting %s %s\n", kind_word(K::kind), zz_text(idx).text);
+  import_notify({ImportOutcome::requested, kind_word(K::kind), idx, -1, c.track_tgt, -1});
   K::check_index(c.src, idx);
   auto& map = K::map();
   if (map.contains(idx)) return map.at(idx);
@@ -328,14 +338,16 @@ int import_record(ImportContext const& c, int idx) {
   int found = -1;
   for (int i = 0; i < count && found < 0; ++i)
     if (bytes_equal(record, target[i])) found = i;
+  ImportOutcome outcome = ImportOutcome::reused;
   if (found >= 0) {
     K::found_message();
   } else {
     found = K::take_slot(c.tgt);
     bytes_copy(target[found], record);
+    outcome = ImportOutcome::created;
   }
   map.set(idx, found);
-  print_result(K::label, zz_text(idx), zz_text(found));
+  report_result(K::label, Digits::zz, idx, found, outcome);
   return found;
 }
 
@@ -373,11 +385,12 @@ void fix_memory_entry(IndexMap<N>& map, char const* label, char const* no_room, 
     if (!is_free(tgt[slot])) continue;
     bytes_copy(tgt[slot], src[idx]);
     map.set(idx, slot);
-    print_result(label, hex_text(idx), hex_text(slot));
+    report_result(label, Digits::hex, idx, slot, ImportOutcome::created);
     cell = Cell::from_value(slot);
     return;
   }
   std::fprintf(stderr, no_room, idx);
+  import_notify({ImportOutcome::no_room, label, idx, idx, -1, -1});
 }
 
 template <class Entry>
@@ -452,6 +465,7 @@ int import_patch(ImportContext const& c, int patch_idx) {
   check_track_types(c, kImportPatchFunction);
   Project const* src = c.src;
   int result = -1;
+  bool reused = false;
   patch_memory_do(src->patch_memory[c.track_src], src->track_settings[c.track_src].type.index(),
                   [&](auto const& src_parameters, auto const& src_modulation) {
     using Parameters = std::remove_cvref_t<decltype(src_parameters[0])>;
@@ -473,7 +487,8 @@ int import_patch(ImportContext const& c, int patch_idx) {
         for (int i = 0; i < kPatchSlots && result < 0; ++i) {
           if (!bytes_equal(tgt_parameters[i], parameters) || !bytes_equal(tgt_modulation[i], modulation)) continue;
           result = i;
-          print_result("PatchIdx", hex_text(patch_idx), hex_text(i));
+          reused = true;
+          report_result("PatchIdx", Digits::hex, patch_idx, i, ImportOutcome::reused, c.track_tgt);
         }
         if (result < 0) {
           Parameters const& fresh_parameters = patch_record_fresh(parameters);
@@ -493,7 +508,9 @@ int import_patch(ImportContext const& c, int patch_idx) {
       }
     });
   });
-  print_result("PatchIdx", hex_text(patch_idx), hex_text(result < 0 ? 0 : result));
+  report_result("PatchIdx", Digits::hex, patch_idx, result < 0 ? 0 : result,
+                result < 0 ? ImportOutcome::no_room : reused ? ImportOutcome::repeated : ImportOutcome::created,
+                c.track_tgt);
   return result;
 }
 
@@ -512,8 +529,9 @@ int import_fx_patch(ImportContext const& c, int idx) {
   for (int i = 0; i < kNumFXPatches && slot < 0; ++i) {
     if (!bytes_equal(tgt->fx_parameters[i], parameters) || !bytes_equal(tgt->fx_srr_callback[i], callback)) continue;
     slot = i;
-    print_result("FXPatchIdx", hex_text(idx), hex_text(i));
+    report_result("FXPatchIdx", Digits::hex, idx, i, ImportOutcome::reused);
   }
+  bool const reused = slot >= 0;
   if (slot < 0) {
     FXParameters const& fresh = patch_record_fresh(parameters);
     for (int i = 0; i < kNumFXPatches && slot < 0; ++i) {
@@ -525,6 +543,7 @@ int import_fx_patch(ImportContext const& c, int idx) {
     if (slot < 0) {
       std::fflush(stdout);
       std::fputs("error: could not find empty slot for fx patch memory!\n", stderr);
+      import_notify({ImportOutcome::no_room, "FXPatchIdx", idx, -1, -1, -1});
       run_end_error();
     }
     bytes_copy(tgt->fx_parameters[slot], parameters);
@@ -532,7 +551,7 @@ int import_fx_patch(ImportContext const& c, int idx) {
     bytes_copy(tgt->fx_patch_names[slot], src->fx_patch_names[idx]);
   }
   make_up_name(tgt->fx_patch_names[slot], src, idx);
-  print_result("FXPatchIdx", hex_text(idx), hex_text(slot));
+  report_result("FXPatchIdx", Digits::hex, idx, slot, reused ? ImportOutcome::repeated : ImportOutcome::created);
   return slot;
 }
 
@@ -627,13 +646,23 @@ void prematch(IndexMap<N>& map, char const* label, Entry const (&src)[N], Entry 
     for (int j = 0; j < N; ++j) {
       if (!bytes_equal(src[i], tgt[j])) continue;
       map.set(i, j);
-      print_result(label, hex_text(i), hex_text(j));
+      report_result(label, Digits::hex, i, j, ImportOutcome::reused);
       break;
     }
   }
 }
 
 }  // namespace
+
+ImportObserver set_import_observer(ImportObserver o) {
+  ImportObserver const before = observer;
+  observer = o;
+  return before;
+}
+
+void import_notify(ImportEvent const& event) {
+  if (observer) observer(event);
+}
 
 void import_reset() {
   bytes_clear(pattern_map);

@@ -8,6 +8,37 @@
 
 namespace kelvane {
 
+// What the engine and the driver do, told as it happens to an observer (a
+// preview keeps a record of it). Every result line printed is one event.
+enum class ImportOutcome : char {
+  started,    // the loads are done, the import begins
+  importing,  // the driver brings source pattern `from` over
+  requested,  // a pattern, table or program is requested (`label` its kind)
+  created,    // a new slot or entry of the target holds source `from`
+  reused,     // target `to`, equal or matched, stands for source `from`
+  repeated,   // the second result line of a reused patch or FX patch
+  no_room,    // the target had none: the reference names `to` instead
+  placed,     // `to` is stored at `line` of the sequencer column `track`
+  dropped,    // target pattern `to` (-1: not imported) finds no cell
+};
+
+struct ImportEvent {
+  ImportOutcome outcome;
+  char const* label;  // "PatternIdx", "TableIdx", ... or a kind word
+  int from;
+  int to;
+  int track;  // the target track of a patch or a sequencer cell, else -1
+  int line;   // the sequencer line of a placement, else -1
+};
+
+using ImportObserver = void (*)(ImportEvent const&);
+
+// Sets the observer (nullptr: none) and returns the one before.
+ImportObserver set_import_observer(ImportObserver observer);
+
+// Tells the observer, if there is one.
+void import_notify(ImportEvent const& event);
+
 // Forgets everything imported so far, for a program that carries out more
 // than one run in a process. A run that left by a run end handler has
 // unwound its open requests already.
