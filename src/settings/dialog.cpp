@@ -114,6 +114,18 @@ SettingsKey::SettingsKey(char const* file_key)
       promoted(chiptune_to_monosampler_promotion ? paired_name(kPromotionPairs, file_key) : nullptr),
       current(paired_name(kReplacements, file_key)) {}
 
+void member_table_find(MemberTable const& table, char const* name, MemberMatches& matches) {
+  auto e = std::lower_bound(table.by_name.begin(), table.by_name.end(), name,
+                            [](MemberEntry const& m, char const* n) { return std::strcmp(m.name, n) < 0; });
+  for (; e != table.by_name.end() && std::strcmp(e->name, name) == 0; ++e) {
+    if (!e->inside || matches.count == MemberMatches::kCapacity) {
+      matches.walk = true;
+      return;
+    }
+    matches.entries[matches.count++] = &*e;
+  }
+}
+
 void settings_write_line(FILE* file, char const* key, char const* text, int limit) {
   char escaped[kEscapedTextSize];
   escape_setting_text(text, escaped, limit);

@@ -5,11 +5,15 @@
 // every member. How a member of a given type is written, read and reset is
 // told once, in `SettingsCodec<T>`, and shared by every record.
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <tuple>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "kelvane/types.hpp"
 
@@ -288,9 +292,11 @@ void dialog_append_to_file(R& record, FILE* file, char const* text_end = nullptr
   });
 }
 
+// Offers key and value to every member in turn; each member whose name the
+// key reaches reads the value. This is the walk that defines what a line
+// does; dialog_set_value gives the same result through a key table.
 template <class R>
-void dialog_set_value(R& record, char const* key, char const* value) {
-  SettingsKey const k(key);
+void dialog_offer_to_each_member(R& record, SettingsKey const& k, char const* key, char const* value) {
   record.do_it([&k, key, value](auto... members) {
     auto one = [&k, key, value](auto m) {
       using T = std::remove_pointer_t<decltype(m.target)>;
@@ -300,6 +306,90 @@ void dialog_set_value(R& record, char const* key, char const* value) {
     };
     (one(members), ...);
   });
+}
+
+// The key table of a record type: every member that reads a value, by
+// name, with its place in the member list and where it lies. A member
+// inside the record lies at the same offset in every record of the type;
+// one outside it (a value shared by the process, or a record that points
+// at its members) is marked, and a line that reaches it takes the walk.
+struct MemberEntry {
+  char const* name;
+  int place;
+  bool inside;
+  std::ptrdiff_t offset;
+  void (*read)(void* target, char const* key, char const* value);
+};
+
+struct MemberTable {
+  std::vector<MemberEntry> by_name;  // sorted by name, then place
+};
+
+template <class T>
+void member_read(void* target, char const* key, char const* value) {
+  SettingsCodec<T>::read(*static_cast<T*>(target), key, value);
+}
+
+// The members a line reaches. More than fit here make the line take the
+// walk.
+struct MemberMatches {
+  static constexpr int kCapacity = 16;
+  MemberEntry const* entries[kCapacity];
+  int count = 0;
+  bool walk = false;  // one lies outside the record, or there were too many
+};
+
+// Adds the members named `name` to `matches`.
+void member_table_find(MemberTable const& table, char const* name, MemberMatches& matches);
+
+template <class R>
+MemberTable member_table_build(R& record) {
+  MemberTable table;
+  int place = 0;
+  record.do_it([&](auto... members) {
+    auto one = [&](auto m) {
+      using T = std::remove_pointer_t<decltype(m.target)>;
+      if constexpr (!std::is_same_v<T, Action>) {
+        auto const at = reinterpret_cast<std::uintptr_t>(m.target);
+        auto const from = reinterpret_cast<std::uintptr_t>(&record);
+        bool const inside = at >= from && at + sizeof(T) <= from + sizeof(R);
+        table.by_name.push_back(
+            {m.name, place, inside, inside ? static_cast<std::ptrdiff_t>(at - from) : 0, member_read<T>});
+      }
+      ++place;
+    };
+    (one(members), ...);
+  });
+  std::sort(table.by_name.begin(), table.by_name.end(), [](MemberEntry const& a, MemberEntry const& b) {
+    int const c = std::strcmp(a.name, b.name);
+    return c < 0 || (c == 0 && a.place < b.place);
+  });
+  return table;
+}
+
+// The members that a key reaches, in the order of the member list, each
+// once: those named by the key itself, its promoted name and its current
+// name. Every line of a settings file goes through here, so a record of
+// nine hundred members costs a few string comparisons per line, not nine
+// hundred.
+template <class R>
+void dialog_set_value(R& record, char const* key, char const* value) {
+  static MemberTable const table = member_table_build(record);
+  SettingsKey const k(key);
+  MemberMatches found;
+  member_table_find(table, k.key, found);
+  if (k.promoted) member_table_find(table, k.promoted, found);
+  if (k.current) member_table_find(table, k.current, found);
+  if (found.walk) {
+    dialog_offer_to_each_member(record, k, key, value);
+    return;
+  }
+  MemberEntry const** const end = found.entries + found.count;
+  std::sort(found.entries, end, [](MemberEntry const* a, MemberEntry const* b) { return a->place < b->place; });
+  // A member reached by two of the names reads the value once.
+  MemberEntry const** const last = std::unique(found.entries, end);
+  char* const begin = reinterpret_cast<char*>(&record);
+  for (MemberEntry const** e = found.entries; e != last; ++e) (*e)->read(begin + (*e)->offset, key, value);
 }
 
 // ---------------------------------------------------------------------------
