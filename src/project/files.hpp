@@ -18,11 +18,29 @@ enum class SettingsReset {
   none,      // lines go on top of what the record holds
 };
 
+// Opens a file of a project for reading (mode "r"); null if it cannot be
+// opened. While a load lists its directories (a DirectoryListings stands),
+// a name that the listing of its directory does not hold is not tried: its
+// open would fail all the same. A listed file is opened as ever, and may
+// still fail.
+FILE* open_for_reading(std::filesystem::path const& file);
+
+// The directory listings of one load. A load tries some four thousand
+// numbered files, most of them missing; one listing per directory answers
+// for all of them. Each directory is listed at the first file asked for in
+// it; the listings end with the load, since a save adds files.
+struct DirectoryListings {
+  DirectoryListings();
+  ~DirectoryListings();
+  DirectoryListings(DirectoryListings const&) = delete;
+  DirectoryListings& operator=(DirectoryListings const&) = delete;
+};
+
 // Opens a settings file for reading and calls read(file) on it; false,
 // without a word, if it cannot be opened.
 template <class F>
 bool with_settings_file(std::filesystem::path const& file, F&& read) {
-  FILE* f = std::fopen(file.c_str(), "r");
+  FILE* f = open_for_reading(file);
   if (!f) return false;
   read(f);
   std::fclose(f);

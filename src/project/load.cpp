@@ -38,7 +38,7 @@ void load_program_variables(Project* project, fs::path const& dir) {
     char name[64];
     std::snprintf(name, sizeof name, "program_variable_%02x.txt", i);
     ProgramVariable& variable = project->program_variables[i];
-    FILE* f = std::fopen((dir / name).c_str(), "r");
+    FILE* f = open_for_reading(dir / name);
     if (!f) continue;
     bytes_copy(variable, program_variable_initial());
     dialog_read_file(variable, f);
@@ -51,6 +51,7 @@ void load_program_variables(Project* project, fs::path const& dir) {
 void project_load(Project* project, char const* path) {
   project_initialize(project);
   if (std::strcmp(path, "projects/<new project>") == 0) return;
+  DirectoryListings const listings;
 
   fs::path const dir(path);
   std::string const name = dir.filename().string();

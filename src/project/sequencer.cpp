@@ -4,12 +4,13 @@
 
 #include <cstdio>
 
+#include "project/files.hpp"
 #include "project/project.hpp"
 
 namespace kelvane {
 
 void project_load_sequencer(Project* project, std::filesystem::path const& file) {
-  FILE* f = std::fopen(file.c_str(), "r");
+  FILE* f = open_for_reading(file);
   if (!f) {
     std::fprintf(stderr, "error: could not open \"%s\" for reading!\n", file.c_str());
     return;

@@ -138,7 +138,7 @@ enum class StepFileRead {
 template <class Reset, class Offer, class ReadSteps>
 StepFileRead read_step_file(std::filesystem::path const& path, Reset&& reset, Offer&& offer,
                             ReadSteps&& read_steps) {
-  FILE* f = std::fopen(path.c_str(), "r");
+  FILE* f = open_for_reading(path);
   if (!f) return StepFileRead::missing;
   reset();
   int version = kNoVersion;
