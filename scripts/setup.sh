@@ -3,7 +3,7 @@
 # A no-op when everything is there.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ clang libcxxopts-dev libgtest-dev)
+packages=(cmake ninja-build g++ clang libcxxopts-dev libgtest-dev python3)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

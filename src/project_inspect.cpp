@@ -145,6 +145,7 @@ struct Progress {
   int pattern = -1;
   char const* requested_kind = nullptr;
   int requested = -1;
+  bool fx_full = false;
 };
 
 // Why a run ended, in plain words.
@@ -153,10 +154,21 @@ std::string explain_end(RunEnd const& end, Progress const& p, Project const* src
   std::string const expr = end.expr ? end.expr : "";
   std::string const what = p.requested_kind ? std::string(p.requested_kind) + " " + zz(p.requested) : "";
   if (end.kind == RunEndKind::error) {
+    if (p.fx_full) return "the target has no free FX patch slot for an FX patch the material uses";
+    struct {
+      char const* kind;
+      int allocated;
+    } const counters[] = {{"pattern", tgt->allocated_patterns},
+                          {"table", tgt->allocated_tables},
+                          {"program", tgt->allocated_programs}};
+    for (auto const& c : counters)
+      if (c.allocated >= kNumPatterns)
+        return std::string("the target has no free ") + c.kind + " slot left (all " + std::to_string(kNumPatterns) +
+               " are in use)";
     if (p.requested_kind && (std::strcmp(p.requested_kind, "table") == 0 || std::strcmp(p.requested_kind, "program") == 0))
-      return "tables and programs refer to each other in a cycle, or the target is full, at " + what +
-             " (the error above)";
-    return "the error above";
+      return "tables and programs refer to each other in a cycle that cannot end: " + what +
+             " is asked for again while its own import is still open";
+    return "an error";
   }
   auto counter = [&](char const* kind, int count) {
     return what + " is asked for, but the source has only " + std::to_string(count) + " " + kind +
@@ -206,7 +218,10 @@ void record_event(ImportEvent const& e) {
       preview.progress.requested = e.from;
       if (std::strcmp(e.label, "pattern") == 0 && preview.progress.pattern < 0) preview.progress.pattern = e.from;
       break;
-    default: preview.events.push_back(e); break;
+    default:
+      if (e.outcome == ImportOutcome::no_room && std::strcmp(e.label, "FXPatchIdx") == 0) preview.progress.fx_full = true;
+      preview.events.push_back(e);
+      break;
   }
 }
 
@@ -242,6 +257,10 @@ int run_preview(cxxopts::ParseResult const& result) {
                     index_text(k, e.from) + ")");
         break;
       case ImportOutcome::reused:
+        // The same source again, after it was brought over: nothing new.
+        if (summary.seen.count(std::string("new ") + k.words + " " + index_text(k, e.to) + track + " (source " +
+                               index_text(k, e.from) + ")"))
+          break;
         summary.add(std::string("reused ") + k.words + " " + index_text(k, e.to) + track + " (source " +
                     index_text(k, e.from) + ")");
         break;
@@ -257,6 +276,14 @@ int run_preview(cxxopts::ParseResult const& result) {
                        ", which in the target names its own " + k.words + " " + hex2(e.to));
         break;
       case ImportOutcome::placed:
+        // The save keeps only cells whose pattern has the track's kind.
+        if (e.to >= 0 && e.to < kNumPatterns &&
+            prj_tgt.patterns[e.to].type.stored != prj_tgt.track_settings[e.track].type.stored) {
+          problems.add("pattern " + zz(e.to) + " is a " + type_name(prj_tgt.patterns[e.to].type) +
+                       " pattern: the save empties its cell at line " + hex2(e.line) + " of track " + hex2(e.track) +
+                       ", a " + type_name(prj_tgt.track_settings[e.track].type) + " track");
+          break;
+        }
         summary.add("sequencer cell line " + hex2(e.line) + " of track " + hex2(e.track) + " = " +
                     (e.to >= 0 ? zz(e.to) : std::string("magic")));
         break;
@@ -285,10 +312,13 @@ int run_preview(cxxopts::ParseResult const& result) {
                             : " while loading the projects";
     problems.add("the real run " + end_words(end) + where + " and saves nothing: " +
                  explain_end(end, preview.progress, &prj_src, track_src, track_tgt, &prj_tgt));
-  } else if (status == 0) {
+  } else if (status != 0) {
+    problems.add("the real run ends with status 1 and saves nothing, as the error above says");
+  } else {
     for (int i = 0; i < prj_tgt.allocated_patterns && i < kNumPatterns; ++i) {
       if (pattern_type_writable(prj_tgt.patterns[i])) continue;
-      problems.add("pattern " + zz(i) + " of the target has no known kind: the real run's save aborts in an assertion");
+      problems.add("pattern " + zz(i) + " of the target has no known kind: the real run's save aborts in an assertion, "
+                   "after it has written part of the target");
       saves = false;
     }
   }
@@ -296,10 +326,7 @@ int run_preview(cxxopts::ParseResult const& result) {
   std::printf("--- preview: nothing was written ---\n");
   for (std::string const& l : summary.lines) std::printf("%s\n", l.c_str());
   for (std::string const& l : problems.lines) std::printf("problem: %s\n", l.c_str());
-  if (saves)
-    std::printf("the real run would save the target (status 0)\n");
-  else
-    std::printf("the real run would not save the target (status 1)\n");
+  std::printf(saves ? "the real run would save the target\n" : "the real run would not save the target\n");
   return saves ? 0 : 1;
 }
 
@@ -391,6 +418,7 @@ void find_purged_cells(Project const* p, char const* dir, Lines& problems) {
 // would end.
 Progress trial_progress;
 void record_trial(ImportEvent const& e) {
+  if (e.outcome == ImportOutcome::no_room && std::strcmp(e.label, "FXPatchIdx") == 0) trial_progress.fx_full = true;
   if (e.outcome == ImportOutcome::requested) {
     trial_progress.requested_kind = e.label;
     trial_progress.requested = e.from;
@@ -410,7 +438,7 @@ void find_import_ends(Project const* p, Lines& problems) {
   for (int i = 0; i < p->allocated_patterns && i < kNumPatterns; ++i) {
     int const track = find_source_track(p, i);
     import_reset();
-    trial_progress = Progress{true, i, nullptr, -1};
+    trial_progress = Progress{true, i, nullptr, -1, false};
     try {
       Silence quiet;
       import_pattern(&prj_scratch, p, track, track, i);

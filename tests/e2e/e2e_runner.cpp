@@ -2,7 +2,8 @@
 // printed, its exit status and every file it wrote, byte for byte.
 //
 // A case directory holds:
-//   args              the arguments, one per line (argv[0] is "project_manager")
+//   args              the arguments, one per line (argv[0] is the binary's
+//                     file name: "project_manager", "project_inspect")
 //   setup             optional: lines "mkdir P", "file P" (an empty file) or
 //                     "rm P", applied to the work directory before the run
 //   src/, tgt/        optional: the source and target project trees
@@ -198,7 +199,7 @@ int main(int argc, char** argv) {
 
   std::vector<std::string> args = split_lines(read_file(case_dir / "args"));
   std::vector<char*> cargv;
-  std::string const argv0 = "project_manager";
+  std::string const argv0 = fs::path(binary).filename().string();
   cargv.push_back(const_cast<char*>(argv0.c_str()));
   for (auto& a : args) cargv.push_back(a.data());
   cargv.push_back(nullptr);
