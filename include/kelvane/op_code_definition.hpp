@@ -289,7 +289,7 @@ struct MnemonicCell {
   void format_column(char* buf, size_t len, int width) const {
     if (len == 0) return;
     char const* text = mnemonic();
-    std::snprintf(buf, len, "%-*s", width, text ? text : "");
+    print_left_justified(buf, len, text ? text : "", width);
     for (char* p = buf; *p; ++p)
       if (*p == ' ') *p = kPad;
   }

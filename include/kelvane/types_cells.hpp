@@ -14,6 +14,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "kelvane/number_text.hpp"
+
 // Ends the run on a programming error. The message names the header the
 // check stands in, as the tracker's own tools print it.
 [[noreturn]] void kelvane_assert_fail(char const* expr, char const* file, unsigned line,
@@ -67,15 +69,9 @@ inline bool text_is_all_magic(char const* text) {
 
 // Writes `count` copies of `fill` and a NUL, within len.
 inline void format_fill(char* buf, size_t len, char fill, int count) {
-  if (len == 0) return;
-  size_t n = 0;
-  for (; n + 1 < len && int(n) < count; ++n) buf[n] = fill;
-  buf[n] = 0;
-}
-
-// Scans one int with a C conversion; false if no number was found.
-inline bool scan_int(char const* text, char const* format, int* out) {
-  return std::sscanf(text, format, out) == 1;
+  TextSink out{buf, len, 0};
+  sink_fill(out, fill, count);
+  sink_end(out);
 }
 
 // The base of every integer cell. Derived names the cell class and gives
@@ -190,9 +186,10 @@ Derived RangedInteger<Derived, Rep, Min, Max, AllowMagic>::parse_string(char con
     return parse_string_zz_num<Derived>(text);
   } else {
     if (AllowMagic && text_is_all_magic(text)) return magic_cell();
-    char const* scan = form == TextForm::H1 ? "%x" : form == TextForm::H2 ? "%02x" : "%d";
+    constexpr NumberFormat scan =
+        scan_format(form == TextForm::H1 ? "%x" : form == TextForm::H2 ? "%02x" : "%d");
     int v;
-    if (!scan_int(text, scan, &v)) return empty_cell();
+    if (scan_number(text, scan, &v) != 1) return empty_cell();
     return from_number(v);
   }
 }
@@ -204,18 +201,20 @@ void RangedInteger<Derived, Rep, Min, Max, AllowMagic>::format_column(char* buf,
   if constexpr (form == TextForm::ZZ) {
     format_string_zz_num(buf, len, static_cast<Derived const&>(*this));
   } else if constexpr (form == TextForm::D) {
+    constexpr NumberFormat decimal = print_format("%d");
     if (stored == 0)
       format_fill(buf, len, kEmptyDec, width);
     else
-      std::snprintf(buf, len, "%d", value());
+      print_number(buf, len, decimal, value());
   } else {
+    constexpr NumberFormat hex = print_format(form == TextForm::H1 ? "%x" : "%02x");
     int places = form == TextForm::H1 ? 1 : 2;
     if (stored == 0)
       format_fill(buf, len, kEmptyHex, places);
     else if (AllowMagic && stored == 1)
       format_fill(buf, len, kMagic, places);
     else
-      std::snprintf(buf, len, form == TextForm::H1 ? "%x" : "%02x", unsigned(value()));
+      print_number(buf, len, hex, value());
   }
 }
 

@@ -285,8 +285,9 @@ struct FormattedNumber : RangedInteger<Derived, Rep, Min, Max, AllowMagic> {
     constexpr NumberTextRules const& r = Derived::text_rules;
     if constexpr (r.magic_in != nullptr)
       if (std::strcmp(text, r.magic_in) == 0) return Base::magic_cell();
+    constexpr NumberFormat scan = scan_format(r.scan);
     int v;
-    if (!scan_int(text, r.scan, &v)) return Base::empty_cell();
+    if (scan_number(text, scan, &v) != 1) return Base::empty_cell();
     if (r.magic_number && v == cell_decode<Rep>(Rep(1))) return Base::magic_cell();
     if (Base::in_range(v)) return Base::from_value(v);
     return Base::default_cell();
@@ -304,7 +305,8 @@ struct FormattedNumber : RangedInteger<Derived, Rep, Min, Max, AllowMagic> {
         return;
       }
     }
-    if (len > 0) std::snprintf(buf, len, r.print, this->value());
+    constexpr NumberFormat print = print_format(r.print);
+    print_number(buf, len, print, this->value());
   }
   // The text is the same inside a composite cell.
   void format_column(char* buf, size_t len, int /*width*/) const {

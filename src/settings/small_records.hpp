@@ -20,10 +20,11 @@ struct PatternLength : RangedInteger<PatternLength, int, 1, 64, false> {
   static constexpr TextForm text_form = TextForm::D;
   static constexpr int default_value = 64;
   void format_string(char* buf, size_t len) const {
+    constexpr NumberFormat two_places = print_format("%2d");
     if (stored == 0)
       format_fill(buf, len, 0, 0);
     else
-      std::snprintf(buf, len, "%2d", value());
+      print_number(buf, len, two_places, value());
   }
 };
 

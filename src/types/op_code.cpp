@@ -1,6 +1,5 @@
 // Text form of the op codes, and the older forms the step readers accept.
 
-#include <cstdio>
 #include <cstring>
 
 #include "kelvane/op_code_definition.hpp"
@@ -28,14 +27,17 @@ char const* op_code_key_upgrade(char const* key) {
 }
 
 char const* op_code_text_upgrade(char const* text, char (&buf)[16]) {
-  char const* format = nullptr;
+  char const* prefix = nullptr;
   if (std::strncmp(text, "lmem", 4) == 0)
-    format = "streL%s";
+    prefix = "streL";
   else if (std::strncmp(text, "gmem", 4) == 0)
-    format = "streG%s";
-  if (!format) return text;
+    prefix = "streG";
+  if (!prefix) return text;
   // An over-long old text is cut to the 16 bytes of buf.
-  std::snprintf(buf, sizeof buf, format, text + 4);
+  TextSink out{buf, sizeof buf, 0};
+  sink_text(out, prefix);
+  sink_text(out, text + 4);
+  sink_end(out);
   return buf;
 }
 
