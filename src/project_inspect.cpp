@@ -171,8 +171,8 @@ std::string explain_end(RunEnd const& end, Progress const& p, Project const* src
     return "an error";
   }
   auto counter = [&](char const* kind, int count) {
-    return what + " is asked for, but the source has only " + std::to_string(count) + " " + kind +
-           "s: a reference at or above the " + kind + " counter";
+    return what + " is asked for, but the source's " + kind + " counter is " + std::to_string(count) +
+           ": a reference at or above the counter names no " + kind;
   };
   if (expr.find("allocated_tables") != std::string::npos) return counter("table", src->allocated_tables);
   if (expr.find("allocated_programs") != std::string::npos) return counter("program", src->allocated_programs);
