@@ -220,6 +220,9 @@ struct PatternKind {
       return -1;
     }
     int const n = take_slot(c.tgt);
+    // The slot is compared with what later imports bring until the pattern
+    // is written to it: it must hold what the load left there.
+    project_prepare_pattern_slot(c.tgt, n);
     pattern_map.set(idx, n);
     report_result(label, Digits::zz, idx, n, ImportOutcome::created);
     return n;

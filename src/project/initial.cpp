@@ -2,6 +2,7 @@
 // so it is a part of the file format.
 
 #include <cstdio>
+#include <cstring>
 
 #include "project/project.hpp"
 
@@ -19,14 +20,22 @@ ProgramVariable program_variable_initial() {
   return v;
 }
 
-void project_initialize(Project* project) {
-  // Everything behind the stamp is zero, then the stamp with its NUL fill.
-  std::memset(reinterpret_cast<char*>(project) + sizeof project->build_stamp, 0,
-              sizeof(Project) - sizeof project->build_stamp);
-  std::memset(project->build_stamp, 0, sizeof project->build_stamp);
-  std::memcpy(project->build_stamp, kBuildStamp, sizeof kBuildStamp - 1);
+namespace {
 
-  for (Pattern& pattern : project->patterns) pattern_initialize(&pattern);
+// Zeroes the bytes from `from` up to `to`.
+void clear_range(void* from, void const* to) {
+  std::memset(from, 0, size_t(static_cast<char const*>(to) - static_cast<char*>(from)));
+}
+
+}  // namespace
+
+void project_initialize_but_slots(Project* project) {
+  // Everything but the slots and the patch memory is zero, then the stamp
+  // with its NUL fill.
+  clear_range(project, &project->patch_memory);
+  clear_range(project->mix_settings, project->patterns);
+  clear_range(project->program_variables, project + 1);
+  std::memcpy(project->build_stamp, kBuildStamp, sizeof kBuildStamp - 1);
 
   project->allocated_patterns = 0;
   project->allocated_tables = 0;
@@ -39,16 +48,12 @@ void project_initialize(Project* project) {
     track.midi_channel = decltype(track.midi_channel)::from_value(t + 1);
   }
 
-  for (Table& table : project->tables) dialog_set_default(table.settings);
-  for (Program& program : project->programs) dialog_set_default(program.settings);
-
   ProgramVariable const variable = program_variable_initial();
   for (ProgramVariable& v : project->program_variables) bytes_copy(v, variable);
 
   dialog_set_default(project->project_settings);
 
   for (int t = 0; t < kNumTracks; ++t) {
-    project_reset_patch_memory(project, t);
     dialog_set_default(project->mix_settings[t]);
     bytes_clear(project->mix_modulation_mappings[t]);
   }
@@ -57,6 +62,15 @@ void project_initialize(Project* project) {
     dialog_set_default(project->fx_parameters[i]);
     project->fx_srr_callback[i] = ProgramIdx::empty_cell();
   }
+}
+
+void project_initialize(Project* project) {
+  project_initialize_but_slots(project);
+  for (Pattern& pattern : project->patterns) pattern_initialize(&pattern);
+  for (Table& table : project->tables) table_reset(&table);
+  for (Program& program : project->programs) program_reset(&program);
+  for (int t = 0; t < kNumTracks; ++t) project_reset_patch_memory(project, t);
+  project_forget_untouched_slots(project);
 }
 
 bool project_chord_is_initial(Project const* project, int idx) {

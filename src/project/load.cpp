@@ -1,8 +1,10 @@
 // project_load: fills a record from a project directory in a fixed order.
 // Nothing is ever refused: a missing file leaves the initial state behind.
 
+#include <bitset>
 #include <cstring>
 #include <filesystem>
+#include <vector>
 
 #include "project/files.hpp"
 #include "project/project.hpp"
@@ -46,11 +48,67 @@ void load_program_variables(Project* project, fs::path const& dir) {
   }
 }
 
+// Loads every slot of a kind from the files `format` names and returns the
+// counter: one past the last slot whose "!steps" line was reached. A slot
+// whose file is missing gets the initial state below the counter, and so
+// does the first one above it: a name that fills its field runs on into
+// the slot behind it when the last counted slot is saved. The other missing
+// slots above the counter are left as they are and returned in `untouched`.
+template <class Slot, size_t N, class Read, class Initialize>
+int load_slots(Slot (&slots)[N], fs::path const& dir, char const* format, Read read, Initialize initialize,
+               std::bitset<N>& untouched) {
+  int count = 0;
+  std::bitset<N> missing;
+  for (int i = 0; i < int(N); ++i) {
+    StepFileRead const result = read(&slots[i], slot_file(dir, format, i));
+    if (result == StepFileRead::missing) missing.set(i);
+    if (result == StepFileRead::steps) count = i + 1;
+  }
+  untouched.reset();
+  bool above = false;
+  for (int i = 0; i < int(N); ++i) {
+    if (!missing[i]) continue;
+    if (i < count || !above) initialize(&slots[i]);
+    if (i >= count && above) untouched.set(i);
+    if (i >= count) above = true;
+  }
+  return count;
+}
+
+// The pattern slots each record's last load left as they were.
+struct UntouchedPatternSlots {
+  Project const* project;
+  std::bitset<kNumPatterns> slots;
+};
+std::vector<UntouchedPatternSlots> untouched_pattern_slots;
+
+std::bitset<kNumPatterns>* find_untouched_pattern_slots(Project const* project) {
+  for (UntouchedPatternSlots& entry : untouched_pattern_slots)
+    if (entry.project == project) return &entry.slots;
+  return nullptr;
+}
+
 }  // namespace
 
+void project_prepare_pattern_slot(Project* project, int slot) {
+  std::bitset<kNumPatterns>* const untouched = find_untouched_pattern_slots(project);
+  if (!untouched || slot < 0 || slot >= kNumPatterns || !untouched->test(slot)) return;
+  pattern_initialize(&project->patterns[slot]);
+  untouched->reset(slot);
+}
+
+void project_forget_untouched_slots(Project const* project) {
+  if (std::bitset<kNumPatterns>* const untouched = find_untouched_pattern_slots(project)) untouched->reset();
+}
+
 void project_load(Project* project, char const* path) {
-  project_initialize(project);
-  if (std::strcmp(path, "projects/<new project>") == 0) return;
+  if (std::strcmp(path, "projects/<new project>") == 0) {
+    project_initialize(project);
+    return;
+  }
+  // The slots are written below; every track's patch memory is reset for
+  // the track's type once its settings are read.
+  project_initialize_but_slots(project);
   DirectoryListings const listings;
 
   fs::path const dir(path);
@@ -64,16 +122,16 @@ void project_load(Project* project, char const* path) {
   project_load_memory_files(project, dir);
 
   // Every slot is tried; a counted slot raises its counter past any gap.
-  for (int i = 0; i < kNumPatterns; ++i)
-    if (project_load_pattern(&project->patterns[i], slot_file(dir, "patterns/pattern_%s.txt", i)) == 0)
-      project->allocated_patterns = i + 1;
-  for (int i = 0; i < kNumTables; ++i)
-    if (project_load_table(&project->tables[i], slot_file(dir, "tables/table_%s.txt", i)) == StepFileRead::steps)
-      project->allocated_tables = i + 1;
-  for (int i = 0; i < kNumPrograms; ++i)
-    if (project_load_program(&project->programs[i], slot_file(dir, "programs/program_%s.txt", i)) ==
-        StepFileRead::steps)
-      project->allocated_programs = i + 1;
+  std::bitset<kNumPatterns>* untouched = find_untouched_pattern_slots(project);
+  if (!untouched) untouched = &untouched_pattern_slots.emplace_back(project, std::bitset<kNumPatterns>{}).slots;
+  project->allocated_patterns =
+      load_slots(project->patterns, dir, "patterns/pattern_%s.txt", project_read_pattern, pattern_initialize, *untouched);
+  std::bitset<kNumTables> tables_left;
+  project->allocated_tables =
+      load_slots(project->tables, dir, "tables/table_%s.txt", project_load_table, table_reset, tables_left);
+  std::bitset<kNumPrograms> programs_left;
+  project->allocated_programs =
+      load_slots(project->programs, dir, "programs/program_%s.txt", project_load_program, program_reset, programs_left);
 
   project_load_sequencer(project, dir / "sequencer.txt");
 

@@ -49,7 +49,11 @@ int project_save_pattern(Pattern* pattern, std::filesystem::path const& file) {
 }
 
 int project_load_pattern(Pattern* pattern, std::filesystem::path const& file) {
-  StepFileRead const read = read_step_file(
+  return project_read_pattern(pattern, file) == StepFileRead::steps ? 0 : 1;
+}
+
+StepFileRead project_read_pattern(Pattern* pattern, std::filesystem::path const& file) {
+  return read_step_file(
       file, [pattern] { pattern_reset(pattern); },
       [pattern](char const* key, char const* value) {
         if (std::strcmp(key, "step_mute") == 0)
@@ -64,7 +68,6 @@ int project_load_pattern(Pattern* pattern, std::filesystem::path const& file) {
         pattern_steps_do(*pattern,
                          [&](auto& steps) { read_step_lines(f, steps.data, kStepsPerPattern, version); });
       });
-  return read == StepFileRead::steps ? 0 : 1;
 }
 
 }  // namespace kelvane

@@ -190,5 +190,7 @@ void pattern_initialize(Pattern* pattern);
 int project_save_pattern(Pattern* pattern, std::filesystem::path const& file);
 // Reads a pattern file; 0 if its "!steps" line was reached, else 1.
 int project_load_pattern(Pattern* pattern, std::filesystem::path const& file);
+// The same, with what the file gave.
+StepFileRead project_read_pattern(Pattern* pattern, std::filesystem::path const& file);
 
 }  // namespace kelvane

@@ -87,6 +87,9 @@ static_assert(std::is_trivially_default_constructible_v<Project>,
               "a Project must be zero-initialised static storage");
 
 void project_initialize(Project* project);
+// The initial state of everything but the pattern, table and program slots
+// and the patch memory, which are left as they are.
+void project_initialize_but_slots(Project* project);
 
 // Emptiness of the memory entries: all bytes zero.
 bool project_chord_is_initial(Project const* project, int idx);
@@ -94,7 +97,18 @@ bool project_modulation_is_initial(Project const* project, int idx);
 // A program variable is unused while it equals the initial entry.
 bool project_program_variable_is_initial(Project const* project, int idx);
 ProgramVariable program_variable_initial();
+// A load writes the slots below each counter, and the first slot above it
+// whose file is missing, as if it had started from the initial state. Other
+// slots above a counter whose file is missing it leaves as they are: nothing
+// reads them before the import overwrites them whole, but for a pattern slot
+// that the import reserves ahead of its pattern, which it first hands to
+// project_prepare_pattern_slot.
 void project_load(Project* project, char const* path);
+// Puts a pattern slot that the last load of the record left as it was into
+// the initial state; any other slot stays as it is.
+void project_prepare_pattern_slot(Project* project, int slot);
+// From now on no slot of the record counts as left by a load.
+void project_forget_untouched_slots(Project const* project);
 void project_save(Project* project, char const* path);
 
 // Table and program files; false if a file cannot be opened for writing

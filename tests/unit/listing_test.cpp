@@ -55,6 +55,9 @@ TEST(DirectoryListing, LoadReadsWhatOpeningEveryNameReads) {
   EXPECT_EQ(listed.allocated_patterns, probed.allocated_patterns);
   EXPECT_EQ(listed.allocated_patterns, 6);
   EXPECT_EQ(listed.allocated_programs, 0);
+  // A load leaves the missing slots above the first one behind the counter
+  // as they were, until the import takes one of them.
+  for (int i = listed.allocated_patterns; i < 8; ++i) project_prepare_pattern_slot(&listed, i);
   for (int i = 0; i < 8; ++i) EXPECT_TRUE(bytes_equal(listed.patterns[i], probed.patterns[i])) << i;
   EXPECT_STREQ(listed.track_settings[0].name.data, "lead");
   EXPECT_STREQ(listed.fx_patch_names[3].data, "echo");
@@ -74,4 +77,32 @@ TEST(DirectoryListing, ListingsEndWithTheLoad) {
   project_load(&listed, dir.c_str());
   testing::internal::GetCapturedStderr();
   EXPECT_EQ(listed.allocated_patterns, 2);
+}
+
+// A record loaded again keeps what the first load put into slots above the
+// new counter; the import sees them as a load from the initial state would
+// have left them.
+TEST(DirectoryListing, ReloadedSlotsAboveTheCounterAreWhatTheImportSees) {
+  fs::path const full = unit_test_scratch_root() / "listing" / "full";
+  fs::path const small = unit_test_scratch_root() / "listing" / "small";
+  fs::remove_all(full);
+  fs::remove_all(small);
+  for (char const* n : {"00", "01", "02", "03", "04"})
+    write_file(full / "patterns" / ("pattern_" + std::string(n) + ".txt"), "#version 1\nname full\n!steps FMSynth\n0 note 0 C-4\n");
+  write_file(small / "patterns" / "pattern_00.txt", "#version 1\n!steps MIDI\n");
+  write_file(small / "patterns" / "pattern_03.txt", "#version 1\nname header\n");
+  testing::internal::CaptureStderr();
+  project_load(&listed, full.c_str());
+  project_load(&listed, small.c_str());
+  testing::internal::GetCapturedStderr();
+
+  project_initialize(&probed);
+  for (int i = 0; i < 8; ++i) project_load_pattern(&probed.patterns[i], slot_file(small, "patterns/pattern_%s.txt", i));
+
+  EXPECT_EQ(listed.allocated_patterns, 1);
+  EXPECT_TRUE(bytes_equal(listed.patterns[0], probed.patterns[0]));
+  EXPECT_TRUE(bytes_equal(listed.patterns[1], probed.patterns[1]));
+  EXPECT_TRUE(bytes_equal(listed.patterns[3], probed.patterns[3]));
+  for (int i = 1; i < 8; ++i) project_prepare_pattern_slot(&listed, i);
+  for (int i = 0; i < 8; ++i) EXPECT_TRUE(bytes_equal(listed.patterns[i], probed.patterns[i])) << i;
 }
