@@ -3,6 +3,7 @@
 // one. Nothing is deleted, and a slot whose file is missing stays initial.
 
 #include <cstdio>
+#include <cstring>
 
 #include "project/files.hpp"
 #include "project/project.hpp"
@@ -26,10 +27,24 @@ PatchMemoryNameDialog name_dialog(Project const* project, PatchName& name) {
   return {&name, reinterpret_cast<char const*>(project + 1)};
 }
 
+// Zeroes a block, writing only the pages of it that hold a byte other than
+// zero. A patch memory block is larger than most types use: pages a run
+// never writes stay unwritten, and cost no memory.
+template <class T>
+void clear_written_pages(T& block) {
+  constexpr size_t kPage = 4096;
+  static char const zero_page[kPage] = {};
+  char* const bytes = reinterpret_cast<char*>(&block);
+  for (size_t at = 0; at < sizeof block; at += kPage) {
+    size_t const n = sizeof block - at < kPage ? sizeof block - at : kPage;
+    if (std::memcmp(bytes + at, zero_page, n) != 0) std::memset(bytes + at, 0, n);
+  }
+}
+
 }  // namespace
 
 void project_reset_patch_memory(Project* project, int track) {
-  bytes_clear(project->patch_memory[track]);
+  clear_written_pages(project->patch_memory[track]);
   project_track_do_patch_mod(project, track, [](auto& parameters, auto& modulation, auto&) {
     for (int i = 0; i < kPatchSlots; ++i) {
       patch_record_initialize(parameters[i]);
