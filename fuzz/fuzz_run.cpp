@@ -107,6 +107,21 @@ bool run_guarded(Work work, RunEndKind* how) {
   return done;
 }
 
+// Loads the project in `from` and saves it over a copy of it in `to`;
+// false if that round ended early.
+bool save_again(fs::path const& from, fs::path const& to, Tree* result) {
+  fs::copy(from, to, fs::copy_options::recursive);
+  RunEndKind how;
+  bool const done = run_guarded(
+      [&] {
+        project_load(&prj_again, from.c_str());
+        project_save(&prj_again, to.c_str());
+      },
+      &how);
+  *result = read_tree(to);
+  return done;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
@@ -120,7 +135,6 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   fs::remove_all(dir);
   fs::path const src = dir / "src";
   fs::path const tgt = dir / "tgt";
-  fs::path const again = dir / "again";
   fs::create_directories(src);
 
   // The files of both trees.
@@ -174,35 +188,20 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   if (!done || status != 0) return 0;
 
   // The saved target, loaded and saved again over a copy of itself.
-  fs::copy(tgt, again, fs::copy_options::recursive);
-  bool const again_done = run_guarded(
-      [&] {
-        project_load(&prj_again, tgt.c_str());
-        project_save(&prj_again, again.c_str());
-      },
-      &how);
-  if (!again_done) {
+  Tree const saved = read_tree(tgt);
+  Tree saved_again;
+  if (!save_again(tgt, dir / "again", &saved_again)) {
     std::fprintf(stderr, "finding: the saved target could not be loaded and saved again\n");
     std::abort();
   }
-  Tree const saved = read_tree(tgt);
-  Tree const saved_again = read_tree(again);
   if (saved == saved_again) return 0;
   // An index text that folds to a number the two-character form cannot
   // hold (a corrupt text of many digits, or one that folds below zero) is
   // written as two characters that read back as another number: the saved
   // text is normalised once by the next round. A third round must then
   // give the bytes of the second.
-  fs::path const third = dir / "third";
-  fs::copy(again, third, fs::copy_options::recursive);
-  bool const third_done = run_guarded(
-      [&] {
-        project_load(&prj_again, again.c_str());
-        project_save(&prj_again, third.c_str());
-      },
-      &how);
-  Tree const saved_third = read_tree(third);
-  if (!third_done || saved_third != saved_again)
+  Tree saved_third;
+  if (!save_again(dir / "again", dir / "third", &saved_third) || saved_third != saved_again)
     finding("a second save of the saved target gave other bytes, and a third did not settle", saved, saved_again);
   return 0;
 }

@@ -123,7 +123,7 @@ void project_load(Project* project, char const* path) {
 
   // Every slot is tried; a counted slot raises its counter past any gap.
   std::bitset<kNumPatterns>* untouched = find_untouched_pattern_slots(project);
-  if (!untouched) untouched = &untouched_pattern_slots.emplace_back(project, std::bitset<kNumPatterns>{}).slots;
+  if (!untouched) untouched = &untouched_pattern_slots.emplace_back(UntouchedPatternSlots{project, {}}).slots;
   project->allocated_patterns =
       load_slots(project->patterns, dir, "patterns/pattern_%s.txt", project_read_pattern, pattern_initialize, *untouched);
   std::bitset<kNumTables> tables_left;
