@@ -19,9 +19,12 @@ usage: preview_agrees.py PROJECT_MANAGER PROJECT_INSPECT CASES_DIR WORK_DIR
 """
 import os
 import re
-import shutil
 import subprocess
 import sys
+
+sys.dont_write_bytecode = True  # nothing written into the source tree
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'tools'))
+from case_work import prepare_case, setup_lines  # noqa: E402
 
 manager, inspect, cases_dir, work_root = (os.path.abspath(a) for a in sys.argv[1:5])
 failures = []
@@ -29,31 +32,6 @@ failures = []
 
 def fail(case, what):
     failures.append(f'{case}: {what}')
-
-
-def prepare(case_dir, work):
-    shutil.rmtree(work, ignore_errors=True)
-    os.makedirs(work)
-    for name in ('src', 'tgt'):
-        if os.path.isdir(os.path.join(case_dir, name)):
-            shutil.copytree(os.path.join(case_dir, name), os.path.join(work, name))
-    if os.path.isdir(os.path.join(case_dir, 'work')):
-        shutil.copytree(os.path.join(case_dir, 'work'), work, dirs_exist_ok=True)
-    setup = os.path.join(case_dir, 'setup')
-    if os.path.exists(setup):
-        for line in open(setup).read().splitlines():
-            verb, _, path = line.partition(' ')
-            p = os.path.join(work, path)
-            if verb == 'mkdir':
-                os.makedirs(p, exist_ok=True)
-            elif verb == 'file':
-                os.makedirs(os.path.dirname(p), exist_ok=True)
-                open(p, 'wb').close()
-            elif verb == 'rm':
-                if os.path.isdir(p):
-                    shutil.rmtree(p)
-                elif os.path.exists(p):
-                    os.remove(p)
 
 
 def snapshot(root):
@@ -98,8 +76,8 @@ for name in sorted(os.listdir(cases_dir)):
     checked += 1
     preview_work = os.path.join(work_root, name, 'preview')
     real_work = os.path.join(work_root, name, 'real')
-    prepare(case_dir, preview_work)
-    prepare(case_dir, real_work)
+    prepare_case(case_dir, preview_work, setup_lines(case_dir))
+    prepare_case(case_dir, real_work, setup_lines(case_dir))
     before = snapshot(preview_work)
     tgt_before = files(os.path.join(real_work, 'tgt'))
 

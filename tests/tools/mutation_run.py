@@ -32,6 +32,10 @@ import subprocess
 import sys
 import time
 
+sys.dont_write_bytecode = True  # nothing written into the source tree
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from case_work import prepare_case, setup_lines  # noqa: E402
+
 # ---------------------------------------------------------------------------
 # outcome classes
 
@@ -502,9 +506,7 @@ def load_cases(cases_dir):
         args = read(os.path.join(d, "args")).decode("latin-1").split("\n")
         if args and args[-1] == "":
             args.pop()
-        setup = []
-        if os.path.isfile(os.path.join(d, "setup")):
-            setup = [l for l in read(os.path.join(d, "setup")).decode("latin-1").split("\n") if l]
+        setup = setup_lines(d)
         cases.append((name, d, args, setup))
     return cases
 
@@ -525,27 +527,7 @@ def build_line_pool(cases):
 
 def prepare(case, work):
     name, d, args, setup = case
-    if os.path.lexists(work):
-        shutil.rmtree(work)
-    os.makedirs(work)
-    for proj in ("src", "tgt"):
-        if os.path.isdir(os.path.join(d, proj)):
-            shutil.copytree(os.path.join(d, proj), os.path.join(work, proj))
-    if os.path.isdir(os.path.join(d, "work")):
-        shutil.copytree(os.path.join(d, "work"), work, dirs_exist_ok=True)
-    for line in setup:
-        verb, _, rel = line.partition(" ")
-        p = os.path.join(work, rel)
-        if verb == "mkdir":
-            os.makedirs(p, exist_ok=True)
-        elif verb == "file":
-            os.makedirs(os.path.dirname(p), exist_ok=True)
-            write(p, b"")
-        elif verb == "rm":
-            if os.path.isdir(p):
-                shutil.rmtree(p)
-            elif os.path.lexists(p):
-                os.remove(p)
+    prepare_case(d, work, setup)
 
 
 def classify(rc, err_text):
