@@ -21,17 +21,17 @@ struct Guarded {
 };
 
 template <class R>
-void offer(FILE* f) {
+void offer(char const* text, size_t size) {
   static Guarded<R> g;
   std::memset(g.before, 0x5a, sizeof g.before);
   std::memset(g.after, 0x5a, sizeof g.after);
   bytes_clear(g.record);
   dialog_set_default(g.record);
-  std::rewind(f);
+  LineReader f;
+  f.assign(text, size);
   dialog_read_file(g.record, f);
-  FILE* out = std::fopen("/dev/null", "w");
+  TextOut out;
   dialog_append_to_file(g.record, out);
-  std::fclose(out);
   for (unsigned char c : g.before)
     if (c != 0x5a) __builtin_trap();
   for (unsigned char c : g.after)
@@ -50,13 +50,10 @@ using Records = std::tuple<ProjectSettings, TrackSettings, TrackCallbacks, MixSe
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   if (size == 0) return 0;
-  FILE* f = fmemopen(const_cast<uint8_t*>(data + 1), size - 1, "r");
-  if (!f) return 0;
   int const which = data[0] % std::tuple_size_v<Records>;
   chiptune_to_monosampler_promotion = (data[0] & 0x80) != 0;
   [&]<size_t... I>(std::index_sequence<I...>) {
-    ((int(I) == which ? offer<std::tuple_element_t<I, Records>>(f) : void()), ...);
+    ((int(I) == which ? offer<std::tuple_element_t<I, Records>>(reinterpret_cast<char const*>(data + 1), size - 1) : void()), ...);
   }(std::make_index_sequence<std::tuple_size_v<Records>>{});
-  std::fclose(f);
   return 0;
 }

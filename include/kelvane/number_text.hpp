@@ -128,11 +128,18 @@ constexpr bool is_blank(unsigned char c) { return c == ' ' || (c >= '\t' && c <=
 // at the magnitude, negated for a '-', then cut to unsigned int. Returns 1
 // with *out set, 0 when no digit came (a lone sign included), EOF when the
 // text held nothing but blanks.
-inline int scan_number(char const* text, NumberFormat const& f, int* out) {
-  if (!f.by_hand) return std::sscanf(text, f.format, out);
+//
+// `scan_number_at` does the same by hand for a format with `by_hand` set,
+// and moves `text` past what the conversion read (after a success, to the
+// byte that ended the number).
+inline int scan_number_at(char const*& text, NumberFormat const& f, int* out) {
   auto const* p = reinterpret_cast<unsigned char const*>(text);
+  auto const done = [&](int result) {
+    text = reinterpret_cast<char const*>(p);
+    return result;
+  };
   while (is_blank(*p)) ++p;
-  if (*p == 0) return EOF;
+  if (*p == 0) return done(EOF);
   int width = f.width > 0 ? f.width : -1;  // -1: no limit
   auto take = [&] {
     ++p;
@@ -156,7 +163,7 @@ inline int scan_number(char const* text, NumberFormat const& f, int* out) {
     else
       magnitude = magnitude * uint64_t(base) + uint64_t(d);
   }
-  if (!digits) return 0;
+  if (!digits) return done(0);
   uint64_t result;
   if (f.hex) {
     result = overflow ? UINT64_MAX : negative ? 0 - magnitude : magnitude;
@@ -166,7 +173,12 @@ inline int scan_number(char const* text, NumberFormat const& f, int* out) {
     result = negative ? 0 - magnitude : magnitude;
   }
   *out = int(uint32_t(result));
-  return 1;
+  return done(1);
+}
+
+inline int scan_number(char const* text, NumberFormat const& f, int* out) {
+  if (!f.by_hand) return std::sscanf(text, f.format, out);
+  return scan_number_at(text, f, out);
 }
 
 // ---------------------------------------------------------------------------

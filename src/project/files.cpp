@@ -85,9 +85,9 @@ bool may_open(std::filesystem::path const& file) {
 
 }  // namespace
 
-FILE* open_for_reading(std::filesystem::path const& file) {
-  if (!may_open(file)) return nullptr;
-  return std::fopen(file.c_str(), "r");
+bool open_for_reading(std::filesystem::path const& file, LineReader& reader) {
+  if (!may_open(file)) return false;
+  return reader.open(file.c_str());
 }
 
 DirectoryListings::DirectoryListings() {
@@ -100,10 +100,12 @@ DirectoryListings::~DirectoryListings() {
   listings.clear();
 }
 
-FILE* open_versioned_file(std::filesystem::path const& file) {
-  FILE* f = std::fopen(file.c_str(), "w+");
-  if (f) std::fprintf(f, "#version %d\n", kFileVersion);
-  return f;
+bool open_versioned_file(std::filesystem::path const& file, OutputFile& out) {
+  if (!out.open(file.c_str())) return false;
+  out.out.str("#version ");
+  out.out.decimal(kFileVersion);
+  out.out.put('\n');
+  return true;
 }
 
 std::filesystem::path slot_file(std::filesystem::path const& dir, char const* format, int slot) {

@@ -18,12 +18,12 @@ enum class SettingsReset {
   none,      // lines go on top of what the record holds
 };
 
-// Opens a file of a project for reading (mode "r"); null if it cannot be
-// opened. While a load lists its directories (a DirectoryListings stands),
-// a name that the listing of its directory does not hold is not tried: its
-// open would fail all the same. A listed file is opened as ever, and may
-// still fail.
-FILE* open_for_reading(std::filesystem::path const& file);
+// Reads a file of a project into `reader`; false if it cannot be opened
+// (as with fopen mode "r"). While a load lists its directories (a
+// DirectoryListings stands), a name that the listing of its directory does
+// not hold is not tried: its open would fail all the same. A listed file is
+// opened as ever, and may still fail.
+bool open_for_reading(std::filesystem::path const& file, LineReader& reader);
 
 // The directory listings of one load. A load tries some four thousand
 // numbered files, most of them missing; one listing per directory answers
@@ -40,10 +40,9 @@ struct DirectoryListings {
 // without a word, if it cannot be opened.
 template <class F>
 bool with_settings_file(std::filesystem::path const& file, F&& read) {
-  FILE* f = open_for_reading(file);
-  if (!f) return false;
+  LineReader f;
+  if (!open_for_reading(file, f)) return false;
   read(f);
-  std::fclose(f);
   return true;
 }
 
@@ -51,7 +50,7 @@ bool with_settings_file(std::filesystem::path const& file, F&& read) {
 // the record as it is; false then.
 template <class R>
 bool read_settings_file(R& record, std::filesystem::path const& file, SettingsReset reset) {
-  return with_settings_file(file, [&](FILE* f) {
+  return with_settings_file(file, [&](LineReader& f) {
     if (reset == SettingsReset::defaults) dialog_set_default(record);
     if (reset == SettingsReset::zero) bytes_clear(record);
     dialog_read_file(record, f);
@@ -62,27 +61,27 @@ bool read_settings_file(R& record, std::filesystem::path const& file, SettingsRe
 // turn.
 template <class... R>
 bool read_settings_records(std::filesystem::path const& file, R&... records) {
-  return with_settings_file(file, [&](FILE* f) {
+  return with_settings_file(file, [&](LineReader& f) {
     settings_read_lines(f, [&](char const* key, char const* value) { (dialog_set_value(records, key, value), ...); });
   });
 }
 
-// Opens a file for writing ("w+") and writes its version line; null if it
+// Opens a file for writing ("w+") and puts its version line; false if it
 // cannot be opened.
-FILE* open_versioned_file(std::filesystem::path const& file);
+bool open_versioned_file(std::filesystem::path const& file, OutputFile& out);
 
 // Opens a settings file for writing, with its version line, and calls
 // write(file). A file that cannot be opened is reported as "error opening
 // file '%s'"; false then.
 template <class F>
 bool write_versioned_settings(std::filesystem::path const& file, F&& write) {
-  FILE* f = open_versioned_file(file);
-  if (!f) {
+  OutputFile f;
+  if (!open_versioned_file(file, f)) {
     std::fprintf(stderr, "error opening file '%s'\n", file.c_str());
     return false;
   }
-  write(f);
-  std::fclose(f);
+  write(f.out);
+  f.close();
   return true;
 }
 
@@ -90,13 +89,13 @@ bool write_versioned_settings(std::filesystem::path const& file, F&& write) {
 // dialog_append_to_file.
 template <class R>
 bool write_settings_file(R& record, std::filesystem::path const& file, char const* text_end = nullptr) {
-  return write_versioned_settings(file, [&](FILE* f) { dialog_append_to_file(record, f, text_end); });
+  return write_versioned_settings(file, [&](TextOut& f) { dialog_append_to_file(record, f, text_end); });
 }
 
 // Writes several records, one after the other, in one file.
 template <class... R>
 bool write_settings_records(std::filesystem::path const& file, R&... records) {
-  return write_versioned_settings(file, [&](FILE* f) { (dialog_append_to_file(records, f), ...); });
+  return write_versioned_settings(file, [&](TextOut& f) { (dialog_append_to_file(records, f), ...); });
 }
 
 // "track_%02d"

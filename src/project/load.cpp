@@ -40,11 +40,10 @@ void load_program_variables(Project* project, fs::path const& dir) {
     char name[64];
     std::snprintf(name, sizeof name, "program_variable_%02x.txt", i);
     ProgramVariable& variable = project->program_variables[i];
-    FILE* f = open_for_reading(dir / name);
-    if (!f) continue;
+    LineReader f;
+    if (!open_for_reading(dir / name, f)) continue;
     bytes_copy(variable, program_variable_initial());
     dialog_read_file(variable, f);
-    std::fclose(f);
   }
 }
 

@@ -37,13 +37,15 @@ void pattern_initialize(Pattern* pattern) {
 int project_save_pattern(Pattern* pattern, std::filesystem::path const& file) {
   bool const written = write_step_file(
       file,
-      [pattern](FILE* f) {
+      [pattern](TextOut& f) {
         dialog_append_to_file(pattern->settings, f);
-        std::fprintf(f, "step_mute %" PRIx64 "\n", pattern->step_mute);
+        f.str("step_mute ");
+        f.hex64(pattern->step_mute);
+        f.put('\n');
       },
       [pattern] { return PatternType::to_string(pattern->type); },
-      [pattern](FILE* f) {
-        pattern_steps_do(*pattern, [f](auto& steps) { write_step_lines(f, steps.data, kStepsPerPattern); });
+      [pattern](TextOut& f) {
+        pattern_steps_do(*pattern, [&f](auto& steps) { write_step_lines(f, steps.data, kStepsPerPattern); });
       });
   return written ? 0 : 1;
 }
@@ -61,7 +63,7 @@ StepFileRead project_read_pattern(Pattern* pattern, std::filesystem::path const&
         else
           dialog_set_value(pattern->settings, key, value);
       },
-      [pattern](FILE* f, char const* kind, int version) {
+      [pattern](LineReader& f, char const* kind, int version) {
         pattern->type = steps_type(kind);
         // Step lines after an unknown kind have no record to go to: the
         // pattern keeps its empty type and its steps stay empty.

@@ -10,14 +10,14 @@
 namespace kelvane {
 
 void project_load_sequencer(Project* project, std::filesystem::path const& file) {
-  FILE* f = open_for_reading(file);
-  if (!f) {
+  LineReader f;
+  if (!open_for_reading(file, f)) {
     std::fprintf(stderr, "error: could not open \"%s\" for reading!\n", file.c_str());
     return;
   }
   bytes_clear(project->sequencer);
   char line[1024];
-  while (std::fgets(line, sizeof line, f)) {
+  while (f.next(line, sizeof line)) {
     int row, column;
     char text[3] = {0, 0, 0};
     if (std::sscanf(line, "%d %d %c%c", &row, &column, &text[0], &text[1]) != 4) {
@@ -34,12 +34,11 @@ void project_load_sequencer(Project* project, std::filesystem::path const& file)
     }
     project->sequencer[row][column] = PatternIdx::parse_string(text);
   }
-  std::fclose(f);
 }
 
 void project_save_sequencer(Project const* project, std::filesystem::path const& file) {
-  FILE* f = std::fopen(file.c_str(), "w+");
-  if (!f) {
+  OutputFile f;
+  if (!f.open(file.c_str())) {
     std::fprintf(stderr, "error: could not open \"%s\" for writing!\n", file.c_str());
     return;
   }
@@ -49,10 +48,16 @@ void project_save_sequencer(Project const* project, std::filesystem::path const&
       if (cell.is_empty()) continue;
       char text[3];
       format_string_zz_num(text, sizeof text, cell);
-      std::fprintf(f, "%d %d %s\n", row, column, text);
+      // "%d %d %s\n"
+      f.out.decimal(row);
+      f.out.put(' ');
+      f.out.decimal(column);
+      f.out.put(' ');
+      f.out.str(text);
+      f.out.put('\n');
     }
   }
-  std::fclose(f);
+  f.close();
 }
 
 void project_check_sequencer_column(Project* project, int track) {

@@ -4,7 +4,7 @@ namespace kelvane {
 
 bool split_step_line(char const* line, int step_count, StepLine* out) {
   char raw[kLineSize];
-  if (std::sscanf(line, "%d %s %d %s\n", &out->step, out->key, &out->column, raw) != 4) {
+  if (scan_step_fields(line, &out->step, out->key, &out->column, raw) != 4) {
     std::fprintf(stderr, "could not parse step: '%s'\n", line);
     return false;
   }

@@ -43,7 +43,7 @@ void format_step_cell(Cell const& cell, char* buf, size_t len) {
 // record's writing order, columns ascending, and only cells that are not
 // all zero.
 template <class Step>
-void write_step_lines(FILE* file, Step const* steps, int count) {
+void write_step_lines(TextOut& out, Step const* steps, int count) {
   for (int s = 0; s < count; ++s) {
     std::apply(
         [&](auto const&... fields) {
@@ -55,7 +55,15 @@ void write_step_lines(FILE* file, Step const* steps, int count) {
               format_step_cell(cells[c], text, sizeof text);
               char escaped[kEscapedTextSize];
               escape_setting_text(text, escaped, kValueEscapeLimit);
-              std::fprintf(file, "%d %s %d %s\n", s, field.key, c, escaped);
+              // "%d %s %d %s\n"
+              out.decimal(s);
+              out.put(' ');
+              out.str(field.key);
+              out.put(' ');
+              out.decimal(c);
+              out.put(' ');
+              out.str(escaped);
+              out.put('\n');
             }
           };
           (one(fields), ...);
@@ -86,10 +94,10 @@ bool split_step_line(char const* line, int step_count, StepLine* out);
 // that only program rows keep (through `Step::legacy_cond_mask` where the
 // record has it), and the other columns move down by one.
 template <class Step>
-void read_step_lines(FILE* file, Step* steps, int count, int version) {
+void read_step_lines(LineReader& file, Step* steps, int count, int version) {
   char line[kLineSize];
   StepLine l;
-  while (std::fgets(line, sizeof line, file)) {
+  while (file.next(line, sizeof line)) {
     if (!split_step_line(line, count, &l)) continue;
     if (version < 1 && std::strcmp(l.key, "cond_mask") == 0) {
       if (l.column == 0) {
@@ -138,8 +146,8 @@ enum class StepFileRead {
 template <class Reset, class Offer, class ReadSteps>
 StepFileRead read_step_file(std::filesystem::path const& path, Reset&& reset, Offer&& offer,
                             ReadSteps&& read_steps) {
-  FILE* f = open_for_reading(path);
-  if (!f) return StepFileRead::missing;
+  LineReader f;
+  if (!open_for_reading(path, f)) return StepFileRead::missing;
   reset();
   int version = kNoVersion;
   char kind[kLineSize];
@@ -157,7 +165,6 @@ StepFileRead read_step_file(std::filesystem::path const& path, Reset&& reset, Of
     return true;
   });
   if (reached_steps) read_steps(f, static_cast<char const*>(kind), version);
-  std::fclose(f);
   return reached_steps ? StepFileRead::steps : StepFileRead::header_only;
 }
 
@@ -168,20 +175,22 @@ StepFileRead read_step_file(std::filesystem::path const& path, Reset&& reset, Of
 template <class WriteHeader, class Kind, class WriteSteps>
 bool write_step_file(std::filesystem::path const& path, WriteHeader&& write_header, Kind&& kind,
                      WriteSteps&& write_steps) {
-  FILE* f = open_versioned_file(path);
-  if (!f) {
+  OutputFile f;
+  if (!open_versioned_file(path, f)) {
     std::fprintf(stderr, "error: could not open \"%s\" for writing!\n", path.c_str());
     return false;
   }
-  write_header(f);
-  std::fprintf(f, "!steps %s\n", kind());
-  write_steps(f);
-  std::fclose(f);
+  write_header(f.out);
+  f.out.str("!steps ");
+  f.out.str(kind());
+  f.out.put('\n');
+  write_steps(f.out);
+  f.close();
   return true;
 }
 
 // The header of a file whose record keeps no header lines: memory files.
-inline void no_header_lines(FILE*) {}
+inline void no_header_lines(TextOut&) {}
 inline void ignore_header_line(char const*, char const*) {}
 
 }  // namespace kelvane

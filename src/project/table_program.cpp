@@ -27,8 +27,8 @@ template <class Slot, class Row, int N>
 bool save_slot(Slot* slot, Row (Slot::*rows)[N], char const* kind, std::filesystem::path const& file) {
   return write_step_file(
       file,
-      [slot](FILE* f) { dialog_append_to_file(slot->settings, f, reinterpret_cast<char const*>(slot + 1)); },
-      [kind] { return kind; }, [slot, rows](FILE* f) { write_step_lines(f, slot->*rows, N); });
+      [slot](TextOut& f) { dialog_append_to_file(slot->settings, f, reinterpret_cast<char const*>(slot + 1)); },
+      [kind] { return kind; }, [slot, rows](TextOut& f) { write_step_lines(f, slot->*rows, N); });
 }
 
 // The header goes to the settings, but for `step_mute`, which only a
@@ -40,7 +40,7 @@ StepFileRead load_slot(Slot* slot, Row (Slot::*rows)[N], Reset reset, std::files
       [slot](char const* key, char const* value) {
         if (std::strcmp(key, "step_mute") != 0) dialog_set_value(slot->settings, key, value);
       },
-      [slot, rows](FILE* f, char const*, int version) { read_step_lines(f, slot->*rows, N, version); });
+      [slot, rows](LineReader& f, char const*, int version) { read_step_lines(f, slot->*rows, N, version); });
 }
 
 }  // namespace
@@ -63,13 +63,13 @@ StepFileRead project_load_program(Program* program, std::filesystem::path const&
 template <class Entry, int N>
 static bool save_memory(Entry const (&entries)[N], char const* kind, std::filesystem::path const& file) {
   return write_step_file(file, no_header_lines, [kind] { return kind; },
-                         [&entries](FILE* f) { write_step_lines(f, entries, N); });
+                         [&entries](TextOut& f) { write_step_lines(f, entries, N); });
 }
 template <class Entry, int N>
 static void load_memory(Entry (&entries)[N], std::filesystem::path const& file) {
   read_step_file(
       file, [&entries] { bytes_clear(entries); }, ignore_header_line,
-      [&entries](FILE* f, char const*, int version) { read_step_lines(f, entries, N, version); });
+      [&entries](LineReader& f, char const*, int version) { read_step_lines(f, entries, N, version); });
 }
 
 void project_save_memory_files(Project const* project, std::filesystem::path const& dir) {

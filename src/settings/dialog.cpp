@@ -126,10 +126,14 @@ void member_table_find(MemberTable const& table, char const* name, MemberMatches
   }
 }
 
-void settings_write_line(FILE* file, char const* key, char const* text, int limit) {
+// "%s %s\n"
+void settings_write_line(TextOut& out, char const* key, char const* text, int limit) {
   char escaped[kEscapedTextSize];
   escape_setting_text(text, escaped, limit);
-  std::fprintf(file, "%s %s\n", key, escaped);
+  out.str(key);
+  out.put(' ');
+  out.str(escaped);
+  out.put('\n');
 }
 
 void settings_report_array_parse_error(char const* key, char const* value) {
@@ -152,7 +156,7 @@ void SettingsCodec<PatternType>::read(PatternType& cell, char const*, char const
   cell = PatternType::from_index(0);
 }
 
-void settings_write_text(FILE* file, char const* key, char const* text, char const* record_end) {
+void settings_write_text(TextOut& out, char const* key, char const* text, char const* record_end) {
   char plain[kEscapedTextSize];
   size_t n = 0;
   while (text + n < record_end && text[n] && n + 1 < sizeof plain) {
@@ -160,12 +164,12 @@ void settings_write_text(FILE* file, char const* key, char const* text, char con
     ++n;
   }
   plain[n] = 0;
-  settings_write_line(file, key, plain, kTextEscapeLimit);
+  settings_write_line(out, key, plain, kTextEscapeLimit);
 }
 
-void SettingsCodec<KVSamplePath>::write(FILE* file, char const* key, KVSamplePath const& path,
+void SettingsCodec<KVSamplePath>::write(TextOut& out, char const* key, KVSamplePath const& path,
                                         char const* record_end) {
-  settings_write_text(file, key, path.data, record_end);
+  settings_write_text(out, key, path.data, record_end);
 }
 
 void SettingsCodec<KVSamplePath>::read(KVSamplePath& path, char const*, char const* value) {
@@ -175,7 +179,7 @@ void SettingsCodec<KVSamplePath>::read(KVSamplePath& path, char const*, char con
 }
 
 bool settings_split_line(char const* line, char* key, char* value) {
-  if (std::sscanf(line, "%s %s\n", key, value) != 2) return false;
+  if (scan_key_value(line, key, value) != 2) return false;
   if (std::strcmp(key, "type") == 0 && std::strcmp(value, "Chiptune") == 0) {
     std::puts("found Chiptune track type, promoting to MonoSampler!");
     chiptune_to_monosampler_promotion = true;

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "kelvane/types.hpp"
+#include "settings/text_io.hpp"
 
 namespace kelvane {
 
@@ -123,7 +124,7 @@ struct SettingsKey {
 };
 
 // Writes one "key value" line with the value escaped under `limit`.
-void settings_write_line(FILE* file, char const* key, char const* text, int limit);
+void settings_write_line(TextOut& out, char const* key, char const* text, int limit);
 
 // ---------------------------------------------------------------------------
 // Codecs: how one member type is reset, written and read.
@@ -140,10 +141,10 @@ concept ValueCell = requires(T const& c, char* buf) {
 template <class T>
 struct CellCodec {
   static void set_default(T& cell) { cell = T::default_cell(); }
-  static void write(FILE* file, char const* key, T const& cell) {
+  static void write(TextOut& out, char const* key, T const& cell) {
     char text[kValueTextSize];
     cell.format_string(text, sizeof text);
-    settings_write_line(file, key, text, kValueEscapeLimit);
+    settings_write_line(out, key, text, kValueEscapeLimit);
   }
   static void read(T& cell, char const*, char const* value) {
     char text[kEscapedTextSize];
@@ -188,7 +189,7 @@ struct SettingsCodec<PatternType> : CellCodec<PatternType> {
 template <>
 struct SettingsCodec<OSEnvelopePage> {
   static void set_default(OSEnvelopePage& page) { page = OSEnvelopePage::empty_cell(); }
-  static void write(FILE*, char const*, OSEnvelopePage const&) {}
+  static void write(TextOut&, char const*, OSEnvelopePage const&) {}
   static void read(OSEnvelopePage&, char const*, char const*) {}
 };
 
@@ -197,13 +198,13 @@ struct SettingsCodec<OSEnvelopePage> {
 // A text is written up to its first zero byte. A name that fills its array
 // has none, and its text runs on into the bytes of the members behind it,
 // as far as the record reaches: `record_end` bounds that run.
-void settings_write_text(FILE* file, char const* key, char const* text, char const* record_end);
+void settings_write_text(TextOut& out, char const* key, char const* text, char const* record_end);
 
 template <int N>
 struct SettingsCodec<KVArray<char, N>> {
   static void set_default(KVArray<char, N>& text) { std::memset(text.data, 0, N); }
-  static void write(FILE* file, char const* key, KVArray<char, N> const& text, char const* record_end) {
-    settings_write_text(file, key, text.data, record_end);
+  static void write(TextOut& out, char const* key, KVArray<char, N> const& text, char const* record_end) {
+    settings_write_text(out, key, text.data, record_end);
   }
   static void read(KVArray<char, N>& text, char const*, char const* value) {
     char plain[kEscapedTextSize];
@@ -214,7 +215,7 @@ struct SettingsCodec<KVArray<char, N>> {
 template <>
 struct SettingsCodec<KVSamplePath> {
   static void set_default(KVSamplePath& path) { std::memset(path.data, 0, sizeof path.data); }
-  static void write(FILE* file, char const* key, KVSamplePath const& path, char const* record_end);
+  static void write(TextOut& out, char const* key, KVSamplePath const& path, char const* record_end);
   static void read(KVSamplePath& path, char const*, char const* value);
 };
 
@@ -228,8 +229,16 @@ struct SettingsCodec<KVArray<T, N>> {
   static void set_default(KVArray<T, N>& array) {
     for (T& e : array.data) SettingsCodec<T>::set_default(e);
   }
-  static void write(FILE* file, char const* key, KVArray<T, N> const& array) {
-    for (int i = 0; i < N; ++i) std::fprintf(file, "%s [%d]=%d\n", key, i, array.data[i].value());
+  // "%s [%d]=%d\n"
+  static void write(TextOut& out, char const* key, KVArray<T, N> const& array) {
+    for (int i = 0; i < N; ++i) {
+      out.str(key);
+      out.chars(" [", 2);
+      out.decimal(i);
+      out.chars("]=", 2);
+      out.decimal(array.data[i].value());
+      out.put('\n');
+    }
   }
   static void read(KVArray<T, N>& array, char const* key, char const* value) {
     int index, number;
@@ -273,12 +282,12 @@ void dialog_set_default(R& record) {
 // to the end of the record; `text_end` sets how far (the record sits in a
 // larger one, or only points at its members).
 template <class R>
-void dialog_append_to_file(R& record, FILE* file, char const* text_end = nullptr) {
+void dialog_append_to_file(R& record, TextOut& file, char const* text_end = nullptr) {
   char const* record_end = reinterpret_cast<char const*>(&record) + sizeof(R);
   if constexpr (requires { record.text_end; }) record_end = record.text_end;
   if (text_end) record_end = text_end;
-  record.do_it([file, record_end](auto... members) {
-    auto one = [file, record_end](auto m) {
+  record.do_it([&file, record_end](auto... members) {
+    auto one = [&file, record_end](auto m) {
       using T = std::remove_pointer_t<decltype(m.target)>;
       if constexpr (!std::is_same_v<T, Action>) {
         if (record_skips_key<R>(m.name)) return;
@@ -395,7 +404,7 @@ void dialog_set_value(R& record, char const* key, char const* value) {
 // ---------------------------------------------------------------------------
 // Reading a key value file.
 
-// Splits one line read by fgets into key and value ("%s %s\n"); false if
+// Splits one line into key and value as sscanf's "%s %s\n" does; false if
 // the line does not hold two fields. Applies the Chiptune rule: a key
 // "type" with the value "Chiptune" is reported, sets the flag and reads as
 // "MonoSampler".
@@ -405,11 +414,11 @@ bool settings_split_line(char const* line, char* key, char* value);
 // that returns bool ends the loop by returning false; the file then stands
 // at the next line.
 template <class F>
-void settings_read_lines(FILE* file, F&& offer) {
+void settings_read_lines(LineReader& file, F&& offer) {
   char line[kLineSize];
   char key[kLineSize];
   char value[kLineSize];
-  while (std::fgets(line, sizeof line, file)) {
+  while (file.next(line, sizeof line)) {
     if (!settings_split_line(line, key, value)) continue;
     if constexpr (std::is_same_v<decltype(offer(key, value)), bool>) {
       if (!offer(key, value)) return;
@@ -421,7 +430,7 @@ void settings_read_lines(FILE* file, F&& offer) {
 
 // Offers every line of an open settings file to a record.
 template <class R>
-void dialog_read_file(R& record, FILE* file) {
+void dialog_read_file(R& record, LineReader& file) {
   settings_read_lines(file, [&record](char const* key, char const* value) {
     dialog_set_value(record, key, value);
   });
