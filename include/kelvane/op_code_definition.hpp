@@ -273,7 +273,9 @@ struct MnemonicCell {
   // table; 0 when nothing matches. So "bpm" followed by a pad byte is not
   // taken for "bpm%", and "Cife" is not taken for "Cif".
   static uint8_t parse_string(char const* s) {
-    for (int i = 0; i < count(); ++i)
+    // Only the rows whose mnemonic begins with the first byte of s can
+    // match; they are tried in table order.
+    for (int i = first_rows.first[static_cast<unsigned char>(s[0])]; i >= 0; i = first_rows.next[i])
       if (mnemonic_matches(TableT::mnemonics[i], s)) return cell_encode<uint8_t>(i);
     if constexpr (requires { TableT::aliases; }) {
       for (MnemonicAlias const& a : TableT::aliases)
@@ -283,6 +285,27 @@ struct MnemonicCell {
     }
     return 0;
   }
+
+  // The rows of the table by the first byte of their mnemonic: the first
+  // row of each byte, and for each row the next one with the same byte;
+  // -1 ends a chain. Every mnemonic has a first byte: an empty one would
+  // match a text that begins with a pad byte, which this index misses.
+  struct FirstRows {
+    int first[256];
+    int next[TableT::size > 0 ? TableT::size : 1];
+  };
+  static constexpr FirstRows make_first_rows() {
+    FirstRows r{};
+    for (int& f : r.first) f = -1;
+    for (int i = count() - 1; i >= 0; --i) {
+      auto const c = static_cast<unsigned char>(TableT::mnemonics[i][0]);
+      if (c == 0) throw "a mnemonic is empty";
+      r.next[i] = r.first[c];
+      r.first[c] = i;
+    }
+    return r;
+  }
+  static constexpr FirstRows first_rows = make_first_rows();
 
   // "%-*s" of the mnemonic, its blanks turned into pad bytes. An empty cell
   // (or a byte outside the table) writes width pad bytes.
@@ -474,9 +497,9 @@ void format_fields(Cell const& cell, char* buf, size_t len) {
 // Reads a command cell from s into out, with buf as the work buffer. The
 // caller has asserted that s fits into buf with room to spare.
 //
-// The cell starts all zero. Then, for the type and for each column: s is
-// copied into buf anew (the previous cut has destroyed a byte), cut with a
-// NUL at position + width, and the field is read from the position by its
+// The cell starts all zero. Then, for the type and for each column: buf
+// holds s as if copied anew (the byte the previous cut destroyed is put
+// back), cut with a NUL at position + width, and the field is read from the position by its
 // cell's reader; the position grows by the width. An unknown mnemonic
 // leaves the empty command and no column is read. A text that ends early
 // gives the later columns the empty text, which reads as empty, or as
@@ -487,10 +510,14 @@ void parse_fields(Cell& out, char const* s, char (&buf)[N]) {
   using OpType = typename Cell::OpType;
   bytes_clear(out);
   size_t const n = std::strlen(s);
+  size_t const copied = n < N - 1 ? n : N - 1;
+  std::memcpy(buf, s, copied);
+  std::memset(buf + copied, 0, N - copied);
   size_t pos = 0;
+  // Each field sees the buffer as a fresh copy of s cut at its end: the
+  // byte that the previous cut destroyed is put back first.
   auto field = [&](int width) -> char const* {
-    std::memset(buf, 0, N);
-    std::memcpy(buf, s, n < N - 1 ? n : N - 1);
+    if (pos < N) buf[pos] = pos < copied ? s[pos] : 0;
     size_t const end = pos + size_t(width);
     if (end < N) buf[end] = 0;
     char const* text = pos < N ? buf + pos : buf + (N - 1);
