@@ -113,7 +113,7 @@ void read_step_lines(LineReader& file, Step* steps, int count, int version) {
     std::apply(
         [&](auto const&... fields) {
           auto one = [&](auto const& field) {
-            if (std::strcmp(l.key, field.key) != 0) return;
+            if (l.key[0] != field.key[0] || std::strcmp(l.key, field.key) != 0) return;
             if (l.column < 0 || l.column >= field.columns) {
               std::fputs("warning, incorrect column idx found\n", stderr);
               return;

@@ -48,7 +48,7 @@ constexpr char const* kReplacements[][2] = {
 template <size_t N>
 char const* paired_name(char const* const (&pairs)[N][2], char const* key) {
   for (auto const& pair : pairs)
-    if (std::strcmp(key, pair[0]) == 0) return pair[1];
+    if (key[0] == pair[0][0] && std::strcmp(key, pair[0]) == 0) return pair[1];
   return nullptr;
 }
 
@@ -115,14 +115,15 @@ SettingsKey::SettingsKey(char const* file_key)
       current(paired_name(kReplacements, file_key)) {}
 
 void member_table_find(MemberTable const& table, char const* name, MemberMatches& matches) {
-  auto e = std::lower_bound(table.by_name.begin(), table.by_name.end(), name,
-                            [](MemberEntry const& m, char const* n) { return std::strcmp(m.name, n) < 0; });
-  for (; e != table.by_name.end() && std::strcmp(e->name, name) == 0; ++e) {
-    if (!e->inside || matches.count == MemberMatches::kCapacity) {
+  auto const range = table.ranges.find(std::string_view(name));
+  if (range == table.ranges.end()) return;
+  for (uint32_t i = range->second.first; i < range->second.second; ++i) {
+    MemberEntry const& e = table.by_name[i];
+    if (!e.inside || matches.count == MemberMatches::kCapacity) {
       matches.walk = true;
       return;
     }
-    matches.entries[matches.count++] = &*e;
+    matches.entries[matches.count++] = &e;
   }
 }
 

@@ -10,8 +10,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -332,6 +334,8 @@ struct MemberEntry {
 
 struct MemberTable {
   std::vector<MemberEntry> by_name;  // sorted by name, then place
+  // The entries of each name: first and one past the last, in by_name.
+  std::unordered_map<std::string_view, std::pair<uint32_t, uint32_t>> ranges;
 };
 
 template <class T>
@@ -373,6 +377,10 @@ MemberTable member_table_build(R& record) {
     int const c = std::strcmp(a.name, b.name);
     return c < 0 || (c == 0 && a.place < b.place);
   });
+  for (uint32_t i = 0; i < table.by_name.size(); ++i) {
+    auto [at, added] = table.ranges.try_emplace(std::string_view(table.by_name[i].name), i, i + 1);
+    if (!added) at->second.second = i + 1;
+  }
   return table;
 }
 
