@@ -418,14 +418,34 @@ struct CommandCell {
   // so type and bound are read again before each column.
   template <class F>
   void for_each_arg(F&& f) {
-    for (int col = 0; !type.is_empty() && col < num_columns(); ++col) column_do(col, f);
+    each_arg(*this, f);
   }
   template <class F>
   void for_each_arg(F&& f) const {
-    for (int col = 0; !type.is_empty() && col < num_columns(); ++col) column_do(col, f);
+    each_arg(*this, f);
   }
 
  private:
+  // The columns of the current type's tuple in one pass. Should f change
+  // the type, the pass stops and the columns after it go column by column,
+  // with type and bound read again before each.
+  template <class Self, class F>
+  static void each_arg(Self& self, F& f) {
+    if (self.type.is_empty()) return;
+    auto const type_before = self.type.stored;
+    int resume = -1;
+    dispatch(self, [&](auto& tuple) {
+      using Tuple = std::remove_cvref_t<decltype(tuple)>;
+      [&]<size_t... I>(std::index_sequence<I...>) {
+        (void)(((call_with_cell(f, cell_at<I>(tuple), Tuple::template width<I>),
+                 self.type.stored == type_before || (resume = int(I) + 1, false))) &&
+               ...);
+      }(std::make_index_sequence<size_t(Tuple::size)>{});
+    });
+    if (resume < 0) return;
+    for (int col = resume; !self.type.is_empty() && col < self.num_columns(); ++col) visit_column(self, col, f);
+  }
+
   // The switch over the table: row i's tuple is member tuple_slot<i> of the
   // argument union.
   template <class Self, class F>

@@ -29,6 +29,7 @@ char const* op_code_key_upgrade(char const* key) {
 
 char const* op_code_text_upgrade(char const* text, char (&buf)[16]) {
   char const* prefix = nullptr;
+  if (text[0] != 'l' && text[0] != 'g') return text;
   if (std::strncmp(text, "lmem", 4) == 0)
     prefix = "streL";
   else if (std::strncmp(text, "gmem", 4) == 0)

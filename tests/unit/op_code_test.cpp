@@ -599,6 +599,22 @@ TEST(OpCodeVisit, ForEachArgRereadsTypeAndBound) {
   visits = 0;
   OpCode{}.for_each_arg([&](auto const&) { ++visits; });
   EXPECT_EQ(visits, 0);
+
+  // A one-argument command turned into a four-argument one goes on with
+  // the second column of the new type.
+  op = parse("call05");
+  ASSERT_EQ(op.num_columns(), 1);
+  std::string widths;
+  op.for_each_arg([&](auto&, int width) {
+    widths += std::to_string(width) + ";";
+    op.type = OpType::of("cal3");
+  });
+  OpCode cal3 = parse("cal30z123");
+  std::string expected = "2;";
+  for (int col = 1; col < cal3.num_columns(); ++col)
+    cal3.column_do(col, [&](auto&, int width) { expected += std::to_string(width) + ";"; });
+  EXPECT_EQ(widths, expected);
+  EXPECT_GT(cal3.num_columns(), 1);
 }
 
 TEST(OpCodeVisit, ColumnDoRewritesACell) {
