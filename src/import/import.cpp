@@ -14,6 +14,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 #include <vector>
 
@@ -84,9 +85,23 @@ IdxText zz_text(int idx) {
   return t;
 }
 IdxText hex_text(int idx) {
+  static constexpr NumberFormat kHex = print_format("%02x");
   IdxText t{};
-  std::snprintf(t.text, sizeof t.text, "%02x", unsigned(idx));
+  print_number(t.text, sizeof t.text, kHex, idx);
   return t;
+}
+
+// Writes the texts one after the other to stdout, as one printf of them
+// would: the result lines come by the hundred thousand in a large import.
+void print_texts(std::initializer_list<char const*> texts) {
+  char line[256];
+  TextSink sink{line, sizeof line, 0};
+  for (char const* t : texts) sink_text(sink, t);
+  if (sink.count < sizeof line) {
+    std::fwrite(line, 1, sink.count, stdout);
+    return;
+  }
+  for (char const* t : texts) std::fputs(t, stdout);
 }
 
 ImportObserver observer = nullptr;
@@ -98,7 +113,7 @@ enum class Digits : char { zz, hex };
 void report_result(char const* label, Digits digits, int from, int to, ImportOutcome outcome, int track = -1) {
   IdxText const f = digits == Digits::zz ? zz_text(from) : hex_text(from);
   IdxText const t = digits == Digits::zz ? zz_text(to) : hex_text(to);
-  std::printf("%s %s -> %s\n", label, f.text, t.text);
+  print_texts({label, " ", f.text, " -> ", t.text, "\n"});
   import_notify({outcome, label, from, to, track, -1});
 }
 
@@ -320,7 +335,7 @@ struct ProgramKind {
 template <class K>
 int import_record(ImportContext const& c, int idx) {
   using R = typename K::Record;
-  std::printf("requesting %s %s\n", kind_word(K::kind), zz_text(idx).text);
+  print_texts({"requesting ", kind_word(K::kind), " ", zz_text(idx).text, "\n"});
   import_notify({ImportOutcome::requested, kind_word(K::kind), idx, -1, c.track_tgt, -1});
   K::check_index(c.src, idx);
   auto& map = K::map();
