@@ -140,6 +140,28 @@ inline int scan_number_at(char const*& text, NumberFormat const& f, int* out) {
   };
   while (is_blank(*p)) ++p;
   if (*p == 0) return done(EOF);
+  auto const decimal_result = [](bool negative, uint64_t magnitude, bool overflow) {
+    uint64_t const limit = negative ? uint64_t(INT64_MAX) + 1 : uint64_t(INT64_MAX);
+    if (overflow || magnitude > limit) magnitude = limit;
+    return int(uint32_t(negative ? 0 - magnitude : magnitude));
+  };
+  if (!f.hex && f.width == 0) {
+    // "%d" without a width, the form of most numbers in the files.
+    bool const negative = *p == '-';
+    if (*p == '-' || *p == '+') ++p;
+    if (unsigned(*p - '0') > 9) return done(0);
+    uint64_t magnitude = 0;
+    bool overflow = false;
+    for (unsigned d; (d = unsigned(*p - '0')) <= 9; ++p) {
+      uint64_t next;
+      if (__builtin_mul_overflow(magnitude, uint64_t(10), &next) || __builtin_add_overflow(next, uint64_t(d), &next))
+        overflow = true;
+      else
+        magnitude = next;
+    }
+    *out = decimal_result(negative, magnitude, overflow);
+    return done(1);
+  }
   int width = f.width > 0 ? f.width : -1;  // -1: no limit
   auto take = [&] {
     ++p;
@@ -168,9 +190,8 @@ inline int scan_number_at(char const*& text, NumberFormat const& f, int* out) {
   if (f.hex) {
     result = overflow ? UINT64_MAX : negative ? 0 - magnitude : magnitude;
   } else {
-    uint64_t const limit = negative ? uint64_t(INT64_MAX) + 1 : uint64_t(INT64_MAX);
-    if (overflow || magnitude > limit) magnitude = limit;
-    result = negative ? 0 - magnitude : magnitude;
+    *out = decimal_result(negative, magnitude, overflow);
+    return done(1);
   }
   *out = int(uint32_t(result));
   return done(1);

@@ -122,11 +122,27 @@ void TextOut::hex64(uint64_t v) {
   while (n > 0) put(digits[--n]);
 }
 
+namespace {
+
+// The text buffer of the last file closed, kept for the next one: a save
+// writes thousands of files, and a buffer grown anew for each is copied
+// over and over while it grows.
+std::string spare_text;
+
+void keep_buffer(std::string& text) {
+  text.clear();
+  if (text.capacity() > spare_text.capacity()) spare_text.swap(text);
+}
+
+}  // namespace
+
 OutputFile::~OutputFile() {
   if (fd_ >= 0) ::close(fd_);
+  keep_buffer(out.text);
 }
 
 bool OutputFile::open(char const* path) {
+  if (out.text.capacity() < spare_text.capacity()) out.text.swap(spare_text);
   out.text.clear();
   fd_ = ::open(path, O_RDWR | O_CREAT | O_TRUNC, 0666);
   return fd_ >= 0;
