@@ -1,7 +1,10 @@
 // project_load: fills a record from a project directory in a fixed order.
 // Nothing is ever refused: a missing file leaves the initial state behind.
 
+#include <sys/mman.h>
+
 #include <bitset>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <vector>
@@ -100,7 +103,19 @@ void project_forget_untouched_slots(Project const* project) {
   if (std::bitset<kNumPatterns>* const untouched = find_untouched_pattern_slots(project)) untouched->reset();
 }
 
+// A record is tens of megabytes, and a load of a full project writes most
+// of it: asking for large pages saves most of the page faults. Where the
+// system gives none, nothing changes.
+static void prefer_large_pages(Project* project) {
+  constexpr uintptr_t kLargePage = uintptr_t(2) << 20;
+  uintptr_t const from = reinterpret_cast<uintptr_t>(project);
+  uintptr_t const begin = (from + kLargePage - 1) & ~(kLargePage - 1);
+  uintptr_t const end = (from + sizeof(Project)) & ~(kLargePage - 1);
+  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+}
+
 void project_load(Project* project, char const* path) {
+  prefer_large_pages(project);
   if (std::strcmp(path, "projects/<new project>") == 0) {
     project_initialize(project);
     return;
