@@ -36,4 +36,10 @@ RunEndHandler set_run_end_handler(RunEndHandler handler);
 // After an error message: status 1.
 [[noreturn]] void run_end_error();
 
+// Called just before a run end ends the process (not when a handler takes
+// over): `exiting` for an error's exit, false for an assertion's abort.
+// The files a save holds open are left as stdio would leave them.
+using ProcessEndHook = void (*)(bool exiting);
+void set_process_end_hook(ProcessEndHook hook);
+
 }  // namespace kelvane

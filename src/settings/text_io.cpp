@@ -1,5 +1,7 @@
 #include "settings/text_io.hpp"
 
+#include "kelvane/run_end.hpp"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,7 +16,15 @@ namespace kelvane {
 // ---------------------------------------------------------------------------
 // Reading.
 
-LineReader::~LineReader() { std::free(data_); }
+LineReader::~LineReader() {
+  finish();
+  std::free(data_);
+}
+
+void LineReader::finish() {
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = -1;
+}
 
 void LineReader::reserve(size_t capacity) {
   if (capacity <= capacity_) return;
@@ -25,37 +35,57 @@ void LineReader::reserve(size_t capacity) {
 }
 
 void LineReader::assign(char const* text, size_t size) {
+  finish();
+  failed_ = false;
   reserve(size + 1);
   if (size) std::memcpy(data_, text, size);
   size_ = size;
   pos_ = 0;
 }
 
-bool LineReader::open(char const* path) {
-  size_ = 0;
-  pos_ = 0;
-  int const fd = ::open(path, O_RDONLY);
-  if (fd < 0) return false;
-  // A regular file is read in one call: asking for one byte more than its
-  // size tells its end without a further read.
-  struct stat st;
-  size_t want = 4096;
-  if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) want = size_t(st.st_size) + 1;
+void LineReader::fill(size_t wanted) {
+  // What was handed out is dropped first, so that a stream of any length
+  // needs no more than a line's room.
+  if (pos_ > 0) {
+    std::memmove(data_, data_ + pos_, size_ - pos_);
+    size_ -= pos_;
+    pos_ = 0;
+  }
+  size_t const room = wanted < 65536 ? 65536 : wanted;
+  reserve(size_ + room);
   for (;;) {
-    reserve(size_ + want);
-    ssize_t const n = ::read(fd, data_ + size_, want);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      // fgets gives up on the line that the failed read would have ended.
-      while (size_ > 0 && data_[size_ - 1] != '\n') --size_;
-      break;
+    ssize_t const n = ::read(fd_, data_ + size_, room);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) failed_ = true;
+    if (n <= 0) {
+      finish();
+      return;
     }
     size_ += size_t(n);
-    if (size_t(n) < want && S_ISREG(st.st_mode) && n > 0) break;
-    if (n == 0) break;
-    want = size_ < 4096 ? 4096 : size_;
+    return;
   }
-  ::close(fd);
+}
+
+bool LineReader::open(char const* path) {
+  finish();
+  failed_ = false;
+  size_ = 0;
+  pos_ = 0;
+  fd_ = ::open(path, O_RDONLY);
+  if (fd_ < 0) return false;
+  struct stat st;
+  if (fstat(fd_, &st) != 0 || !S_ISREG(st.st_mode)) return true;
+  // A regular file: read to its end now, in one read where its size is
+  // right (the end is then told by a read of nothing).
+  reserve(size_t(st.st_size) + 1);
+  while (fd_ >= 0) {
+    if (size_ == capacity_) reserve(capacity_ * 2);
+    ssize_t const n = ::read(fd_, data_ + size_, capacity_ - size_);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) failed_ = true;
+    if (n <= 0) finish();
+    else size_ += size_t(n);
+  }
   return true;
 }
 
@@ -134,25 +164,46 @@ void keep_buffer(std::string& text) {
   if (text.capacity() > spare_text.capacity()) spare_text.swap(text);
 }
 
+// The files open for writing, newest first.
+OutputFile* open_files = nullptr;
+
+void write_open_files(bool exiting) {
+  for (OutputFile* f = open_files; f; f = f->next_open()) f->write_as_stdio_would(exiting);
+}
+
 }  // namespace
 
 OutputFile::~OutputFile() {
   if (fd_ >= 0) ::close(fd_);
+  forget();
   keep_buffer(out.text);
+}
+
+void OutputFile::forget() {
+  for (OutputFile** at = &open_files; *at; at = &(*at)->next_open_) {
+    if (*at != this) continue;
+    *at = next_open_;
+    break;
+  }
+  next_open_ = nullptr;
 }
 
 bool OutputFile::open(char const* path) {
   if (out.text.capacity() < spare_text.capacity()) out.text.swap(spare_text);
   out.text.clear();
+  written_ = 0;
   fd_ = ::open(path, O_RDWR | O_CREAT | O_TRUNC, 0666);
-  return fd_ >= 0;
+  if (fd_ < 0) return false;
+  static bool hooked = (set_process_end_hook(write_open_files), true);
+  (void)hooked;
+  next_open_ = open_files;
+  open_files = this;
+  return true;
 }
 
-// Write errors go unreported, as they did through fprintf and fclose.
-void OutputFile::close() {
-  if (fd_ < 0) return;
-  char const* p = out.text.data();
-  size_t left = out.text.size();
+void OutputFile::write_from(size_t from, size_t to) {
+  char const* p = out.text.data() + from;
+  size_t left = to > from ? to - from : 0;
   while (left > 0) {
     ssize_t const n = ::write(fd_, p, left);
     if (n < 0 && errno == EINTR) continue;
@@ -160,8 +211,36 @@ void OutputFile::close() {
     p += n;
     left -= size_t(n);
   }
+  written_ = to > written_ ? to : written_;
+}
+
+// stdio buffers a file in blocks of its block size (BUFSIZ where that is
+// not below it) and writes whole blocks; on a terminal it writes each line
+// as it ends.
+void OutputFile::write_as_stdio_would(bool all) {
+  if (fd_ < 0) return;
+  size_t to = out.text.size();
+  if (!all) {
+    struct stat st;
+    bool const known = fstat(fd_, &st) == 0;
+    if (isatty(fd_)) {
+      size_t const last_line = out.text.rfind('\n');
+      to = last_line == std::string::npos ? 0 : last_line + 1;
+    } else {
+      size_t const block = known && st.st_blksize > 0 && st.st_blksize < BUFSIZ ? size_t(st.st_blksize) : BUFSIZ;
+      to -= to % block;
+    }
+  }
+  write_from(written_, to);
+}
+
+// Write errors go unreported, as they did through fprintf and fclose.
+void OutputFile::close() {
+  if (fd_ < 0) return;
+  write_from(written_, out.text.size());
   ::close(fd_);
   fd_ = -1;
+  forget();
 }
 
 }  // namespace kelvane

@@ -29,9 +29,10 @@ class LineReader {
   LineReader(LineReader const&) = delete;
   LineReader& operator=(LineReader const&) = delete;
 
-  // Opens and reads the whole file; false if it cannot be opened, which is
-  // when fopen(path, "r") fails. A read error ends the text after the last
-  // whole line read before it, as fgets would see it. A directory opens
+  // Opens the file; false if it cannot be opened, which is when
+  // fopen(path, "r") fails. A regular file is read whole here, up to the
+  // end that read(2) reports, whatever its size said; anything else (a
+  // pipe, a device) is read as its lines are asked for. A directory opens
   // and reads as an empty text.
   bool open(char const* path);
 
@@ -40,14 +41,29 @@ class LineReader {
 
   // fgets(line, size, file): the next line with its '\n', or its first
   // size - 1 bytes if it is longer (the rest comes next), then a NUL. False
-  // at the end of the text. Bytes of value zero are copied like any other.
+  // at the end of the text, and, as with fgets, for the line during which
+  // a read failed. Bytes of value zero are copied like any other.
   bool next(char* line, size_t size) {
-    if (pos_ >= size_ || size < 2) return false;
+    if (size < 2) return false;
+    size_t const most_wanted = size - 1;
+    void const* newline;
+    for (;;) {
+      size_t const rest = size_ - pos_;
+      newline = rest ? std::memchr(data_ + pos_, '\n', rest < most_wanted ? rest : most_wanted) : nullptr;
+      if (newline || rest >= most_wanted || fd_ < 0) break;
+      fill(most_wanted - rest);
+    }
     size_t const rest = size_ - pos_;
-    size_t const most = rest < size - 1 ? rest : size - 1;
+    if (rest == 0) return false;
     char const* const from = data_ + pos_;
-    void const* const newline = std::memchr(from, '\n', most);
-    size_t const n = newline ? size_t(static_cast<char const*>(newline) - from) + 1 : most;
+    size_t const n = newline ? size_t(static_cast<char const*>(newline) - from) + 1
+                             : (rest < most_wanted ? rest : most_wanted);
+    // The text ended short of a newline because a read failed: fgets gives
+    // up on that line.
+    if (failed_ && !newline && n < most_wanted) {
+      pos_ = size_;
+      return false;
+    }
     std::memcpy(line, from, n);
     line[n] = 0;
     pos_ += n;
@@ -55,7 +71,13 @@ class LineReader {
   }
 
  private:
+  // Reads at least `wanted` more bytes if there are any; closes the file at
+  // its end or at a failed read.
+  void fill(size_t wanted);
+  void finish();
   void reserve(size_t capacity);
+  int fd_ = -1;
+  bool failed_ = false;
   char* data_ = nullptr;
   size_t size_ = 0;
   size_t capacity_ = 0;
@@ -97,8 +119,14 @@ struct TextOut {
 
 // A file opened for writing as fopen(path, "w+") opens it: created, or
 // emptied if it was there. What goes into `out` is written when the file
-// closes, in one go. A file left open when its OutputFile ends is closed
-// with nothing written, as a FILE* that was never flushed.
+// closes, in one go.
+//
+// Should the process end while the file is open, the file is left as a
+// FILE* would leave it: an assertion's abort finds on disk what stdio
+// would have written by then (whole buffers of the file's block size, or
+// whole lines on a terminal), an error's exit finds everything. A file
+// whose OutputFile ends without close (a handler threw) is closed with
+// nothing more written.
 class OutputFile {
  public:
   OutputFile() = default;
@@ -110,8 +138,17 @@ class OutputFile {
   void close();
   TextOut out;
 
+  // Writes what stdio would have written of `out` by now (`all`: as exit
+  // flushes it); done when the process ends abnormally.
+  void write_as_stdio_would(bool all);
+  OutputFile* next_open() const { return next_open_; }
+
  private:
+  void write_from(size_t from, size_t to);
+  void forget();
   int fd_ = -1;
+  size_t written_ = 0;
+  OutputFile* next_open_ = nullptr;
 };
 
 }  // namespace kelvane

@@ -13,6 +13,11 @@ namespace kelvane {
 namespace {
 
 RunEndHandler handler = nullptr;
+ProcessEndHook process_end_hook = nullptr;
+
+void before_process_end(bool exiting) {
+  if (process_end_hook) process_end_hook(exiting);
+}
 
 [[noreturn]] void hand_over(RunEnd const& end) {
   handler(end);
@@ -21,6 +26,8 @@ RunEndHandler handler = nullptr;
 }
 
 }  // namespace
+
+void set_process_end_hook(ProcessEndHook hook) { process_end_hook = hook; }
 
 RunEndHandler set_run_end_handler(RunEndHandler h) {
   RunEndHandler const before = handler;
@@ -34,12 +41,16 @@ void run_end_assertion(char const* expr, char const* file, unsigned line, char c
   std::fflush(stdout);
   std::fprintf(stderr, "%s:%u: %s: Assertion `%s' failed\n", file, line, function, expr);
   if (handler) hand_over({RunEndKind::assertion, expr, file, line, function});
+  before_process_end(false);
   std::abort();
 }
 
 void run_end_c_assertion(char const* expr, char const* file, unsigned line, char const* function) {
   std::fflush(stdout);
-  if (!handler) __assert_fail(expr, file, line, function);
+  if (!handler) {
+    before_process_end(false);
+    __assert_fail(expr, file, line, function);
+  }
   std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name, file, line,
                function, expr);
   hand_over({RunEndKind::assertion, expr, file, line, function});
@@ -48,6 +59,7 @@ void run_end_c_assertion(char const* expr, char const* file, unsigned line, char
 void run_end_error() {
   std::fflush(stdout);
   if (handler) hand_over({RunEndKind::error, "", "", 0, ""});
+  before_process_end(true);
   std::exit(1);
 }
 

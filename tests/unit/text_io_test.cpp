@@ -4,6 +4,7 @@
 // the return value.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cinttypes>
@@ -13,8 +14,10 @@
 #include <filesystem>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "kelvane/run_end.hpp"
 #include "settings/dialog.hpp"
 #include "settings/text_io.hpp"
 
@@ -293,4 +296,152 @@ TEST(TextIo, OutputFileWritesOnCloseAndEmptiesOnOpen) {
   std::filesystem::remove(path);
   OutputFile out;
   EXPECT_FALSE(out.open("/nonexistent/kelvane/file.txt"));
+}
+
+namespace {
+
+// The lines fgets gives for a file: read through a FILE* on the same
+// path, or over a copy of the text in memory.
+std::vector<std::string> fgets_lines(FILE* f, size_t size) {
+  std::vector<std::string> lines;
+  std::vector<char> line(size);
+  while (std::fgets(line.data(), int(size), f)) lines.emplace_back(line.data());
+  return lines;
+}
+
+std::vector<std::string> reader_lines(LineReader& reader, size_t size) {
+  std::vector<std::string> lines;
+  std::vector<char> line(size);
+  while (reader.next(line.data(), size)) lines.emplace_back(line.data());
+  return lines;
+}
+
+std::string long_text() {
+  std::string text;
+  for (int i = 0; i < 20000; ++i) {
+    text += std::to_string(i) + " key " + std::to_string(i % 7) + " value\n";
+    if (i % 1000 == 0) text += std::string(3000, 'L') + "\n";
+  }
+  return text + "last line without newline";
+}
+
+}  // namespace
+
+TEST(TextIo, FilesWhoseSizeSaysNothingAreReadToTheirEnd) {
+  // Regular files of /proc report a size of 0; their lines all come.
+  for (char const* path : {"/proc/self/cmdline", "/proc/version", "/proc/self/maps"}) {
+    FILE* f = std::fopen(path, "r");
+    ASSERT_NE(f, nullptr) << path;
+    std::vector<std::string> const expected = fgets_lines(f, kLineSize);
+    std::fclose(f);
+    LineReader reader;
+    ASSERT_TRUE(reader.open(path));
+    std::vector<std::string> const got = reader_lines(reader, kLineSize);
+    if (std::string(path) == "/proc/self/maps") {
+      // The mappings may change between two reads; the count of lines read
+      // shows that the whole file came, not only its first read.
+      EXPECT_GT(got.size(), 10u);
+    } else {
+      EXPECT_EQ(got, expected) << path;
+    }
+  }
+}
+
+TEST(TextIo, APipeIsReadAsItsLinesAreAskedFor) {
+  std::string const text = long_text();
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  std::thread writer([&] {
+    size_t done = 0;
+    while (done < text.size()) {
+      // Small pieces, so that lines arrive split over many reads.
+      size_t const piece = std::min<size_t>(777, text.size() - done);
+      ssize_t const n = write(fds[1], text.data() + done, piece);
+      if (n <= 0) break;
+      done += size_t(n);
+    }
+    close(fds[1]);
+  });
+  LineReader reader;
+  std::string const path = "/proc/self/fd/" + std::to_string(fds[0]);
+  ASSERT_TRUE(reader.open(path.c_str()));
+  std::vector<std::string> const got = reader_lines(reader, kLineSize);
+  writer.join();
+  close(fds[0]);
+  FILE* f = fmemopen(const_cast<char*>(text.data()), text.size(), "r");
+  std::vector<std::string> const expected = fgets_lines(f, kLineSize);
+  std::fclose(f);
+  EXPECT_EQ(got, expected);
+}
+
+namespace {
+
+std::string file_text(std::filesystem::path const& path) {
+  std::string text;
+  FILE* f = std::fopen(path.c_str(), "rb");
+  if (!f) return "(missing)";
+  char buf[4096];
+  size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, n);
+  std::fclose(f);
+  return text;
+}
+
+// Writes the lines of `text` one by one, through stdio or an OutputFile,
+// then ends the process with `end`.
+template <class End>
+[[noreturn]] void write_then_end(bool by_stdio, std::filesystem::path const& path, std::string const& text, End end) {
+  if (by_stdio) {
+    FILE* f = std::fopen(path.c_str(), "w+");
+    size_t at = 0;
+    while (at < text.size()) {
+      size_t const to = std::min(text.find('\n', at), text.size() - 1) + 1;
+      std::fputs(text.substr(at, to - at).c_str(), f);
+      at = to;
+    }
+    end(true);
+  }
+  OutputFile out;
+  out.open(path.c_str());
+  out.out.str(text.c_str());
+  end(false);
+  std::abort();
+}
+
+}  // namespace
+
+TEST(TextIoDeathTest, AFileOpenWhenTheProcessEndsIsLeftAsStdioLeavesIt) {
+  std::string const text = long_text();
+  // The death tests' children run in processes of their own: the paths
+  // must not depend on the process.
+  std::string const base =
+      (std::filesystem::temp_directory_path() / ("kelvane_text_io_end_" + std::to_string(getuid()))).string();
+  std::filesystem::path const by_stdio = base + ".stdio";
+  std::filesystem::path const by_hand = base + ".hand";
+  std::filesystem::remove(by_stdio);
+  std::filesystem::remove(by_hand);
+  // An assertion aborts: stdio leaves the whole blocks it had written.
+  auto assertion = [](bool by_stdio_end) {
+    if (by_stdio_end) std::abort();
+    run_end_assertion("check", "unit", 1, "function");
+  };
+  EXPECT_DEATH(write_then_end(true, by_stdio, text, assertion), "");
+  EXPECT_DEATH(write_then_end(false, by_hand, text, assertion), "Assertion `check' failed");
+  std::string const aborted = file_text(by_stdio);
+  ASSERT_TRUE(std::filesystem::exists(by_stdio));
+  EXPECT_GT(aborted.size(), 0u);
+  EXPECT_LT(aborted.size(), text.size());
+  EXPECT_EQ(text.compare(0, aborted.size(), aborted), 0);
+  EXPECT_TRUE(file_text(by_hand) == aborted) << file_text(by_hand).size() << " bytes, stdio " << aborted.size();
+  // An error exits: stdio writes everything.
+  auto error = [](bool by_stdio_end) {
+    if (by_stdio_end) std::exit(1);
+    run_end_error();
+  };
+  EXPECT_EXIT(write_then_end(true, by_stdio, text, error), ::testing::ExitedWithCode(1), "");
+  EXPECT_EXIT(write_then_end(false, by_hand, text, error), ::testing::ExitedWithCode(1), "");
+  EXPECT_TRUE(file_text(by_stdio) == text) << file_text(by_stdio).size() << " of " << text.size() << " bytes";
+  EXPECT_TRUE(file_text(by_hand) == text) << file_text(by_hand).size() << " of " << text.size() << " bytes";
+  std::filesystem::remove(by_stdio);
+  std::filesystem::remove(by_hand);
 }
