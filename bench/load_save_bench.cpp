@@ -3,6 +3,7 @@
 // cost on top of the file system.
 //
 // usage: load_save_bench [WORK_DIR] [ROUNDS]
+// WORK_DIR defaults to one in /dev/shm (tmpfs) where there is one.
 // With KELVANE_BENCH_KEEP set the work directory stays, so that the saved
 // project can be compared with the generated one.
 
@@ -47,7 +48,7 @@ double seconds_since(std::chrono::steady_clock::time_point start) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  fs::path const work = argc > 1 ? fs::path(argv[1]) : fs::temp_directory_path() / "kelvane_load_save_bench";
+  fs::path const work = argc > 1 ? fs::path(argv[1]) : (fs::is_directory("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path()) / "kelvane_load_save_bench";
   int const rounds = argc > 2 ? std::atoi(argv[2]) : 5;
   fs::path const source = work / "source";
   fs::path const saved = work / "saved";
