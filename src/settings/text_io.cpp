@@ -1,15 +1,14 @@
 #include "settings/text_io.hpp"
 
-#include "kelvane/run_end.hpp"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+
+#include "kelvane/run_end.hpp"
 
 namespace kelvane {
 

@@ -3,8 +3,9 @@
 // and scanf: a load reads some six thousand files and two million lines,
 // and a save writes as many again.
 //
-// - `LineReader` reads a file whole and hands out its lines exactly as
-//   fgets hands them out of a FILE* opened with "r".
+// - `LineReader` reads a file (a regular one whole, at its open) and hands
+//   out its lines exactly as fgets hands them out of a FILE* opened with
+//   "r".
 // - `scan_key_value` and `scan_step_fields` split a line exactly as sscanf
 //   does with "%s %s\n" and "%d %s %d %s\n", return value included.
 // - `TextOut` collects the text of a file; `OutputFile` opens the file as
