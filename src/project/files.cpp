@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -61,11 +63,14 @@ DirectoryListing list_directory(std::string const& dir) {
   return listing;
 }
 
-// The listings of the load in progress; none outside a load.
+// The listings of the load in progress; none outside a load. A load reads
+// its slot files on two threads: a listing, once made, stays where it is.
 bool listings_active = false;
-std::vector<DirectoryListing> listings;
+std::deque<DirectoryListing> listings;
+std::mutex listings_mutex;
 
 DirectoryListing const& listing_of(std::string const& dir) {
+  std::lock_guard<std::mutex> const lock(listings_mutex);
   for (DirectoryListing const& l : listings)
     if (l.dir == dir) return l;
   listings.push_back(list_directory(dir));

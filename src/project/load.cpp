@@ -11,6 +11,7 @@
 
 #include "project/files.hpp"
 #include "project/project.hpp"
+#include "settings/ordered_jobs.hpp"
 
 namespace kelvane {
 
@@ -50,27 +51,55 @@ void load_program_variables(Project* project, fs::path const& dir) {
   }
 }
 
-// Loads every slot of a kind from the files `format` names and returns the
+// A kind of numbered slot: its array, the files `format` names, how a file
+// is read into a slot and what a missing one leaves.
+template <class Slot, size_t N>
+struct SlotKind {
+  Slot (&slots)[N];
+  char const* format;
+  StepFileRead (*read)(Slot*, fs::path const&);
+  void (*initialize)(Slot*);
+  static constexpr int size = int(N);
+};
+
+// Reads the file of every slot of every kind, in the order of `kinds`, and
+// keeps what each read gave in `reads`. Each file goes to its own slot, so
+// the reads share two threads; messages come in this order all the same.
+template <class... Kinds>
+void read_slot_files(fs::path const& dir, StepFileRead* reads, Kinds const&... kinds) {
+  run_ordered_jobs((Kinds::size + ...), [&](int job) {
+    int first = 0;
+    auto one = [&](auto const& kind) {
+      int const i = job - first;
+      first += kind.size;
+      if (i < 0 || i >= kind.size) return false;
+      reads[job] = kind.read(&kind.slots[i], slot_file(dir, kind.format, i));
+      return true;
+    };
+    (one(kinds) || ...);
+  });
+}
+
+// Finishes a kind from what the reads of its files gave and returns the
 // counter: one past the last slot whose "!steps" line was reached. A slot
 // whose file is missing gets the initial state below the counter, and so
 // does the first one above it: a name that fills its field runs on into
 // the slot behind it when the last counted slot is saved. The other missing
 // slots above the counter are left as they are and returned in `untouched`.
-template <class Slot, size_t N, class Read, class Initialize>
-int load_slots(Slot (&slots)[N], fs::path const& dir, char const* format, Read read, Initialize initialize,
-               std::bitset<N>& untouched) {
+template <class Slot, size_t N>
+int finish_slots(SlotKind<Slot, N> const& kind, StepFileRead const* reads, std::bitset<N>& untouched) {
+  Slot (&slots)[N] = kind.slots;
   int count = 0;
   std::bitset<N> missing;
   for (int i = 0; i < int(N); ++i) {
-    StepFileRead const result = read(&slots[i], slot_file(dir, format, i));
-    if (result == StepFileRead::missing) missing.set(i);
-    if (result == StepFileRead::steps) count = i + 1;
+    if (reads[i] == StepFileRead::missing) missing.set(i);
+    if (reads[i] == StepFileRead::steps) count = i + 1;
   }
   untouched.reset();
   bool above = false;
   for (int i = 0; i < int(N); ++i) {
     if (!missing[i]) continue;
-    if (i < count || !above) initialize(&slots[i]);
+    if (i < count || !above) kind.initialize(&slots[i]);
     if (i >= count && above) untouched.set(i);
     if (i >= count) above = true;
   }
@@ -138,14 +167,18 @@ void project_load(Project* project, char const* path) {
   // Every slot is tried; a counted slot raises its counter past any gap.
   std::bitset<kNumPatterns>* untouched = find_untouched_pattern_slots(project);
   if (!untouched) untouched = &untouched_pattern_slots.emplace_back(UntouchedPatternSlots{project, {}}).slots;
-  project->allocated_patterns =
-      load_slots(project->patterns, dir, "patterns/pattern_%s.txt", project_read_pattern, pattern_initialize, *untouched);
+  SlotKind<Pattern, kNumPatterns> const patterns{project->patterns, "patterns/pattern_%s.txt", project_read_pattern,
+                                                 pattern_initialize};
+  SlotKind<Table, kNumTables> const tables{project->tables, "tables/table_%s.txt", project_load_table, table_reset};
+  SlotKind<Program, kNumPrograms> const programs{project->programs, "programs/program_%s.txt", project_load_program,
+                                                 program_reset};
+  std::vector<StepFileRead> reads(kNumPatterns + kNumTables + kNumPrograms);
+  read_slot_files(dir, reads.data(), patterns, tables, programs);
+  project->allocated_patterns = finish_slots(patterns, reads.data(), *untouched);
   std::bitset<kNumTables> tables_left;
-  project->allocated_tables =
-      load_slots(project->tables, dir, "tables/table_%s.txt", project_load_table, table_reset, tables_left);
+  project->allocated_tables = finish_slots(tables, reads.data() + kNumPatterns, tables_left);
   std::bitset<kNumPrograms> programs_left;
-  project->allocated_programs =
-      load_slots(project->programs, dir, "programs/program_%s.txt", project_load_program, program_reset, programs_left);
+  project->allocated_programs = finish_slots(programs, reads.data() + kNumPatterns + kNumTables, programs_left);
 
   project_load_sequencer(project, dir / "sequencer.txt");
 

@@ -15,6 +15,7 @@
 #include "kelvane/types.hpp"
 #include "project/files.hpp"
 #include "settings/dialog.hpp"
+#include "settings/ordered_jobs.hpp"
 
 namespace kelvane {
 
@@ -115,7 +116,7 @@ void read_step_lines(LineReader& file, Step* steps, int count, int version) {
           auto one = [&](auto const& field) {
             if (l.key[0] != field.key[0] || std::strcmp(l.key, field.key) != 0) return;
             if (l.column < 0 || l.column >= field.columns) {
-              std::fputs("warning, incorrect column idx found\n", stderr);
+              message_puts(stderr, "warning, incorrect column idx found\n");
               return;
             }
             using Cell = typename std::remove_cvref_t<decltype(field)>::cell_type;
