@@ -12,6 +12,7 @@
 
 #include "kelvane/run_end.hpp"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
@@ -452,15 +453,35 @@ void make_up_name(PatchName& name, Project const* src, int idx) {
   std::snprintf(name.data, sizeof name.data, "%.4s_%s", src->name, hex_text(idx).text);
 }
 
+// Where the program references of a patch record type stand, as byte
+// offsets in the order of its members; found once, by walking the members
+// of a record. A patch is fixed at every patch reference of an import, and
+// most of its members are numbers that need no fixing.
+template <class R>
+std::vector<size_t> const& program_member_offsets() {
+  static std::vector<size_t> const offsets = [] {
+    auto const record = std::make_unique<R>();
+    uintptr_t const base = reinterpret_cast<uintptr_t>(record.get());
+    std::vector<size_t> found;
+    record->do_it([&](auto... members) {
+      auto one = [&](auto m) {
+        // Every program reference is a member of the record itself; only
+        // page selectors stand outside, and they are plain numbers.
+        if constexpr (std::is_same_v<std::remove_pointer_t<decltype(m.target)>, ProgramIdx>)
+          found.push_back(size_t(reinterpret_cast<uintptr_t>(m.target) - base));
+      };
+      (one(members), ...);
+    });
+    return found;
+  }();
+  return offsets;
+}
+
 // The program references of a patch record, in the order of its members.
 template <class R>
 void fix_program_members(ImportContext const& c, R& record) {
-  record.do_it([&c](auto... members) {
-    auto one = [&c](auto m) {
-      if constexpr (std::is_same_v<std::remove_pointer_t<decltype(m.target)>, ProgramIdx>) fix_reference(c, *m.target);
-    };
-    (one(members), ...);
-  });
+  char* const base = reinterpret_cast<char*>(&record);
+  for (size_t at : program_member_offsets<R>()) fix_reference(c, *reinterpret_cast<ProgramIdx*>(base + at));
 }
 
 constexpr char const* kImportPatchFunction = "int import_patch(Project*, const Project*, int, int, int)";

@@ -169,23 +169,44 @@ StepFileRead read_step_file(std::filesystem::path const& path, Reset&& reset, Of
   return reached_steps ? StepFileRead::steps : StepFileRead::header_only;
 }
 
-// Writes a file with step lines: the version line, `write_header(file)`,
-// "!steps <kind()>", `write_steps(file)`. The kind is asked for only once
-// the header stands in the file. A file that cannot be opened is reported;
-// false then.
+// A file with step lines, after its version line: `write_header(out)`,
+// "!steps <kind()>", `write_steps(out)`. The kind is asked for only once
+// the header stands in the text.
 template <class WriteHeader, class Kind, class WriteSteps>
-bool write_step_file(std::filesystem::path const& path, WriteHeader&& write_header, Kind&& kind,
-                     WriteSteps&& write_steps) {
+struct StepFile {
+  WriteHeader write_header;
+  Kind kind;
+  WriteSteps write_steps;
+
+  void format(TextOut& out) {
+    write_header(out);
+    out.str("!steps ");
+    out.str(kind());
+    out.put('\n');
+    write_steps(out);
+  }
+};
+template <class WriteHeader, class Kind, class WriteSteps>
+StepFile(WriteHeader, Kind, WriteSteps) -> StepFile<WriteHeader, Kind, WriteSteps>;
+
+// Writes a file with step lines: the version line, then the text. `made`,
+// if set, holds the text made ahead, and what ended its making is carried
+// out once the file stands open, where the making would have run. A file
+// that cannot be opened is reported; false then.
+template <class WriteHeader, class Kind, class WriteSteps>
+bool write_step_file(std::filesystem::path const& path, StepFile<WriteHeader, Kind, WriteSteps> file,
+                     MadeAhead* made = nullptr) {
   OutputFile f;
   if (!open_versioned_file(path, f)) {
     std::fprintf(stderr, "error: could not open \"%s\" for writing!\n", path.c_str());
     return false;
   }
-  write_header(f.out);
-  f.out.str("!steps ");
-  f.out.str(kind());
-  f.out.put('\n');
-  write_steps(f.out);
+  if (made) {
+    f.out.chars(made->out.text.data(), made->out.text.size());
+    release_made_ahead(*made);
+  } else {
+    file.format(f.out);
+  }
   f.close();
   return true;
 }

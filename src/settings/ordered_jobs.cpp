@@ -16,13 +16,6 @@ namespace kelvane {
 
 namespace {
 
-// One stretch of a job's messages to one stream.
-struct KeptMessage {
-  int job;
-  FILE* stream;
-  std::string text;
-};
-
 // What one thread did of a run of jobs.
 struct ThreadShare {
   std::vector<KeptMessage> messages;  // in job order: a thread takes jobs in rising order
@@ -32,8 +25,8 @@ struct ThreadShare {
   std::exception_ptr exception;  // else anything else the job threw
 };
 
-// The job whose messages this thread keeps, if any.
-thread_local ThreadShare* keeping = nullptr;
+// Where this thread keeps its messages, and for which job, if it does.
+thread_local std::vector<KeptMessage>* keeping = nullptr;
 thread_local int keeping_job = 0;
 
 bool parallel_allowed = true;
@@ -56,7 +49,7 @@ void lower_to(std::atomic<int>& value, int to) {
 }
 
 void take_jobs(Run& run, ThreadShare& share) {
-  keeping = &share;
+  keeping = &share.messages;
   set_run_end_deferred(true);
   for (;;) {
     int const first = run.next.fetch_add(kJobsPerTake);
@@ -104,14 +97,152 @@ void print_kept(ThreadShare const& a, ThreadShare const& b, int last) {
   }
 }
 
+// A run of files made ahead. The helper takes files in rising order,
+// at most kMadeAheadWindow beyond the last one written, so that made texts
+// never pile up.
+constexpr int kMadeAheadWindow = 256;
+constexpr int kNotMade = 0, kMade = 1;
+
+struct AheadSlot {
+  MadeAhead made;
+  std::atomic<int> state{kNotMade};
+};
+
+struct AheadRun {
+  int count;
+  void (*make)(void*, int, TextOut&);
+  void* context;
+  std::vector<AheadSlot> slots;
+  std::atomic<int> next{0};        // the next file to take
+  std::atomic<int> written{0};     // files written so far
+  std::atomic<int> stop{INT_MAX};  // no file from here on is taken
+  std::thread helper;
+
+  AheadRun(int n, void (*m)(void*, int, TextOut&), void* c) : count(n), make(m), context(c), slots(size_t(n)) {}
+  ~AheadRun() { end_helper(); }
+
+  // Nothing more is taken; the helper finishes what it holds and ends.
+  void end_helper() {
+    lower_to(stop, 0);
+    written.fetch_add(1);
+    written.notify_all();
+    if (helper.joinable()) helper.join();
+  }
+};
+
+// The run whose writer works on this thread: a run end released from a
+// made text first ends the helper, which must not outlive the process's
+// last steps.
+thread_local AheadRun* writing_run = nullptr;
+
+// Takes the next file to make; -1 if there is none to take, or none within
+// the window and `may_wait` is not set.
+int take_ahead(AheadRun& run, bool may_wait) {
+  for (;;) {
+    int n = run.next.load();
+    if (n >= run.count || n >= run.stop.load()) return -1;
+    int const w = run.written.load();
+    if (n >= w + kMadeAheadWindow) {
+      if (!may_wait) return -1;
+      run.written.wait(w);
+      continue;
+    }
+    if (run.next.compare_exchange_weak(n, n + 1)) return n;
+  }
+}
+
+void make_ahead(AheadRun& run, int i) {
+  AheadSlot& slot = run.slots[size_t(i)];
+  MadeAhead& made = slot.made;
+  keeping = &made.messages;
+  keeping_job = i;
+  set_run_end_deferred(true);
+  try {
+    run.make(run.context, i, made.out);
+  } catch (DeferredRunEnd const& end) {
+    made.cut = true;
+    made.end = end;
+  } catch (...) {
+    made.cut = true;
+    made.exception = std::current_exception();
+  }
+  set_run_end_deferred(false);
+  keeping = nullptr;
+  // What comes after a run end is not made ahead: the run may end there.
+  if (made.cut) lower_to(run.stop, i + 1);
+  slot.state.store(kMade);
+  slot.state.notify_all();
+}
+
+// File i, made: by this thread if nobody has taken it, else by the helper,
+// while this thread makes later ones or waits. Null if it is not to be
+// made ahead.
+MadeAhead* wait_made(AheadRun& run, int i) {
+  AheadSlot& slot = run.slots[size_t(i)];
+  for (;;) {
+    if (slot.state.load() == kMade) return &slot.made;
+    if (run.next.load() <= i) {
+      // Nobody has taken it: every file before it is written.
+      if (i >= run.stop.load()) return nullptr;
+      int expected = i;
+      if (run.next.compare_exchange_strong(expected, i + 1)) make_ahead(run, i);
+      continue;
+    }
+    int const j = take_ahead(run, false);
+    if (j >= 0) {
+      make_ahead(run, j);
+      continue;
+    }
+    slot.state.wait(kNotMade);
+  }
+}
+
 }  // namespace
+
+void release_made_ahead(MadeAhead& made) {
+  if (made.cut && writing_run) writing_run->end_helper();
+  for (KeptMessage const& m : made.messages) message_write(m.stream, m.text.data(), m.text.size());
+  if (!made.cut) return;
+  if (!made.exception) raise_run_end(made.end);
+  std::rethrow_exception(made.exception);
+}
+
+void run_made_ahead(int count, void (*make)(void*, int, TextOut&), bool (*write)(void*, int, MadeAhead*),
+                    void* context) {
+  if (count < 2 || keeping || writing_run || !parallel_allowed || !run_end_ends_process()) {
+    for (int i = 0; i < count; ++i)
+      if (!write(context, i, nullptr)) return;
+    return;
+  }
+  AheadRun run(count, make, context);
+  try {
+    run.helper = std::thread([&run] {
+      for (int i = take_ahead(run, true); i >= 0; i = take_ahead(run, true)) make_ahead(run, i);
+    });
+  } catch (...) {
+    // No thread to be had: this thread makes each file as it comes.
+  }
+  struct Writing {
+    AheadRun* before;
+    explicit Writing(AheadRun* run) : before(writing_run) { writing_run = run; }
+    ~Writing() { writing_run = before; }
+  } const writing(&run);
+  for (int i = 0; i < count; ++i) {
+    MadeAhead* const made = wait_made(run, i);
+    // A file not made ahead is made by the writer, with nobody else at work.
+    if (!made) run.end_helper();
+    if (!write(context, i, made)) return;
+    run.written.store(i + 1);
+    run.written.notify_all();
+  }
+}
 
 void message_write(FILE* stream, char const* text, size_t size) {
   if (!keeping) {
     std::fwrite(text, 1, size, stream);
     return;
   }
-  std::vector<KeptMessage>& kept = keeping->messages;
+  std::vector<KeptMessage>& kept = *keeping;
   if (kept.empty() || kept.back().job != keeping_job || kept.back().stream != stream)
     kept.push_back({keeping_job, stream, {}});
   kept.back().text.append(text, size);

@@ -17,7 +17,13 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <exception>
+#include <string>
 #include <type_traits>
+#include <vector>
+
+#include "kelvane/run_end.hpp"
+#include "settings/text_io.hpp"
 
 namespace kelvane {
 
@@ -37,7 +43,50 @@ void run_ordered_jobs(int count, F&& job) {
       &job);
 }
 
-// For tests: whether the jobs of run_ordered_jobs may go to a helper thread
+// Messages kept for later, each with the job it belongs to.
+struct KeptMessage {
+  int job;
+  FILE* stream;
+  std::string text;
+};
+
+// A file's text, made ahead of its turn: what the making wrote, the
+// messages it printed and, if a run end cut it short, that run end.
+struct MadeAhead {
+  TextOut out;
+  std::vector<KeptMessage> messages;
+  bool cut = false;
+  DeferredRunEnd end{};
+  std::exception_ptr exception;
+};
+
+// Prints what the making printed and raises the run end that cut it short,
+// if any: the writer calls it at the point where the making would have run
+// (once the file is open).
+void release_made_ahead(MadeAhead& made);
+
+// Files made ahead, written in order: make(context, i, out) puts the text
+// of file i into `out`, and may run ahead of its turn, on this thread or a
+// helper; write(context, i, made) writes file i, here, for i rising from
+// 0, and returns false to stop (nothing after it is made or written).
+// `made` is null where the text was not made ahead (no helper, a run end
+// handler set, or after a run end): write then makes it itself, in turn.
+// A making must only read what the writes leave alone.
+void run_made_ahead(int count, void (*make)(void* context, int index, TextOut& out),
+                    bool (*write)(void* context, int index, MadeAhead* made), void* context);
+
+template <class Make, class Write>
+void run_made_ahead(int count, Make&& make, Write&& write) {
+  struct Both {
+    std::remove_reference_t<Make>* make;
+    std::remove_reference_t<Write>* write;
+  } both{&make, &write};
+  run_made_ahead(
+      count, [](void* c, int i, TextOut& out) { (*static_cast<Both*>(c)->make)(i, out); },
+      [](void* c, int i, MadeAhead* made) -> bool { return (*static_cast<Both*>(c)->write)(i, made); }, &both);
+}
+
+// For tests: whether the jobs of run_ordered_jobs and run_made_ahead may go to a helper thread
 // (true by default). Off, they run in order on the calling thread.
 void set_ordered_jobs_parallel(bool parallel);
 

@@ -190,3 +190,178 @@ TEST(OrderedJobs, OffTheJobsRunInOrderOnTheCallingThread) {
 
 }  // namespace
 }  // namespace kelvane
+
+namespace kelvane {
+namespace {
+
+// Made ahead: file i's text is "text i;", and the writer keeps what it gets.
+struct AheadLog {
+  std::vector<std::string> written;  // the text each write got
+  std::vector<bool> ahead;           // whether it came made ahead
+};
+
+void make_text(int i, TextOut& out) {
+  busy(i);
+  out.str("text ");
+  out.decimal(i);
+  out.put(';');
+}
+
+bool write_text(AheadLog& log, int i, MadeAhead* made) {
+  TextOut out;
+  if (made) {
+    out = made->out;
+    release_made_ahead(*made);
+  } else {
+    make_text(i, out);
+  }
+  EXPECT_EQ(int(log.written.size()), i);
+  log.written.push_back(out.text);
+  log.ahead.push_back(made != nullptr);
+  return true;
+}
+
+std::string text_of(int i) { return "text " + std::to_string(i) + ";"; }
+
+TEST(MadeAhead, FilesAreWrittenInOrderWithTheirTexts) {
+  AheadLog log;
+  std::mutex mutex;
+  std::set<std::thread::id> makers;
+  // The making of file 0 waits until a later one has started: the other
+  // thread must have started it.
+  std::atomic<bool> later_started{false};
+  run_made_ahead(
+      kJobs,
+      [&](int i, TextOut& out) {
+        if (i >= 100) later_started = true;
+        for (int wait = 0; i == 0 && !later_started && wait < 10000; ++wait)
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        make_text(i, out);
+        std::lock_guard<std::mutex> const lock(mutex);
+        makers.insert(std::this_thread::get_id());
+      },
+      [&](int i, MadeAhead* made) { return write_text(log, i, made); });
+  ASSERT_EQ(log.written.size(), size_t(kJobs));
+  for (int i = 0; i < kJobs; ++i) {
+    EXPECT_EQ(log.written[i], text_of(i));
+    EXPECT_TRUE(log.ahead[i]) << i;
+  }
+  EXPECT_EQ(makers.size(), 2u);
+}
+
+TEST(MadeAhead, AFalseWriteStopsTheRun) {
+  AheadLog log;
+  std::atomic<int> made_past{0};
+  run_made_ahead(
+      kJobs,
+      [&](int i, TextOut& out) {
+        if (i > 1000 + 256 + 2) ++made_past;
+        make_text(i, out);
+      },
+      [&](int i, MadeAhead* made) { return write_text(log, i, made) && i < 1000; });
+  EXPECT_EQ(log.written.size(), 1001u);
+  // Nothing is made beyond the window ahead of the last file written.
+  EXPECT_EQ(made_past.load(), 0);
+}
+
+TEST(MadeAhead, MessagesOfAMakingComeWhenItIsReleased) {
+  testing::internal::CaptureStderr();
+  run_made_ahead(
+      20,
+      [](int i, TextOut& out) {
+        message_printf(stderr, "made %d\n", i);
+        make_text(i, out);
+      },
+      [](int i, MadeAhead* made) {
+        message_printf(stderr, "open %d\n", i);
+        if (made) release_made_ahead(*made);
+        else message_printf(stderr, "made %d\n", i);
+        return true;
+      });
+  std::string expected;
+  for (int i = 0; i < 20; ++i) expected += "open " + std::to_string(i) + "\nmade " + std::to_string(i) + "\n";
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), expected);
+}
+
+// File `at` ends its making with an assertion after a message.
+void make_or_end(int i, TextOut& out, int at) {
+  make_text(i, out);
+  if (i != at) return;
+  message_puts(stderr, "last words\n");
+  run_end_assertion("x < y", "include/kelvane/somewhere", 77, "int f()");
+}
+
+TEST(MadeAheadDeathTest, AnAssertionInAMakingComesWhenItsFileIsWritten) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto run = [](int at) {
+    run_made_ahead(
+        kJobs, [at](int i, TextOut& out) { make_or_end(i, out, at); },
+        [](int i, MadeAhead* made) {
+          message_printf(stderr, "w%d ", i);
+          if (made) release_made_ahead(*made);
+          return true;
+        });
+  };
+  for (int at : {0, 700, kJobs - 1}) {
+    std::string expected;
+    for (int i = 0; i <= at; ++i) expected += "w" + std::to_string(i) + " ";
+    expected += "last words\ninclude/kelvane/somewhere:77: int f(): Assertion `x < y' failed\n";
+    EXPECT_EXIT(run(at), testing::KilledBySignal(SIGABRT), testing::Eq(expected)) << at;
+  }
+}
+
+TEST(MadeAhead, AfterAnUnreleasedEndTheRestIsMadeInTurn) {
+  // The writer of file 700 does not open it, so its making's end never
+  // happens: the files behind it are still written, made in turn.
+  AheadLog log;
+  run_made_ahead(
+      kJobs, [](int i, TextOut& out) { make_or_end(i, out, 700); },
+      [&](int i, MadeAhead* made) {
+        if (i == 700) {
+          log.written.push_back("not opened");
+          log.ahead.push_back(made != nullptr);
+          return true;
+        }
+        return write_text(log, i, made);
+      });
+  ASSERT_EQ(log.written.size(), size_t(kJobs));
+  for (int i = 0; i < kJobs; ++i) EXPECT_EQ(log.written[i], i == 700 ? "not opened" : text_of(i)) << i;
+  EXPECT_TRUE(log.ahead[700]);
+  EXPECT_FALSE(log.ahead[kJobs - 1]);
+}
+
+TEST(MadeAhead, AnExceptionInAMakingIsRethrownWhenReleased) {
+  AheadLog log;
+  EXPECT_THROW(run_made_ahead(
+                   kJobs,
+                   [](int i, TextOut& out) {
+                     make_text(i, out);
+                     if (i == 900) throw std::runtime_error("900");
+                   },
+                   [&](int i, MadeAhead* made) { return write_text(log, i, made); }),
+               std::runtime_error);
+  EXPECT_EQ(log.written.size(), 900u);
+}
+
+TEST(MadeAhead, WithAHandlerEachFileIsMadeByItsWriterInTurn) {
+  RunEndHandler const before = set_run_end_handler(throwing_handler);
+  AheadLog log;
+  int makes = 0;
+  run_made_ahead(
+      100,
+      [&](int i, TextOut& out) {
+        ++makes;
+        make_text(i, out);
+      },
+      [&](int i, MadeAhead* made) { return write_text(log, i, made); });
+  set_run_end_handler(before);
+  EXPECT_EQ(makes, 0);
+  ASSERT_EQ(log.written.size(), 100u);
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(log.written[i], text_of(i));
+    EXPECT_FALSE(log.ahead[i]);
+  }
+}
+
+}  // namespace
+}  // namespace kelvane
