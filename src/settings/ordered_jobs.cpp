@@ -232,6 +232,12 @@ void run_made_ahead(int count, void (*make)(void*, int, TextOut&), bool (*write)
     // A file not made ahead is made by the writer, with nobody else at work.
     if (!made) run.end_helper();
     if (!write(context, i, made)) return;
+    // A written text is not needed again. (Assigning an empty string would
+    // keep its buffer.)
+    if (made) {
+      std::string().swap(made->out.text);
+      std::vector<KeptMessage>().swap(made->messages);
+    }
     run.written.store(i + 1);
     run.written.notify_all();
   }
