@@ -3,6 +3,8 @@
 
 #include <sys/mman.h>
 
+#include <array>
+#include <atomic>
 #include <bitset>
 #include <cstdint>
 #include <cstring>
@@ -67,7 +69,15 @@ struct SlotKind {
 // the reads share two threads; messages come in this order all the same.
 template <class... Kinds>
 void read_slot_files(fs::path const& dir, StepFileRead* reads, Kinds const&... kinds) {
+  // A file may set the Chiptune flag; it stays set after the files.
+  std::atomic<bool> promoted{false};
   run_ordered_jobs((Kinds::size + ...), [&](int job) {
+    struct NotePromotion {
+      std::atomic<bool>& promoted;
+      ~NotePromotion() {
+        if (chiptune_to_monosampler_promotion) promoted = true;
+      }
+    } const note{promoted};
     int first = 0;
     auto one = [&](auto const& kind) {
       int const i = job - first;
@@ -78,6 +88,66 @@ void read_slot_files(fs::path const& dir, StepFileRead* reads, Kinds const&... k
     };
     (one(kinds) || ...);
   });
+  if (promoted) chiptune_to_monosampler_promotion = true;
+}
+
+// What the load of a track leaves behind besides the record: the Chiptune
+// flag, and the page selectors that its patch records have, with the
+// values it left in them.
+struct TrackLoadEnd {
+  bool promotion = false;
+  std::array<bool, kPageSelectors> has{};
+  std::array<PageSelectorBytes, kPageSelectors> values{};
+};
+
+// The settings files of a track, its sequencer column, its patch memory
+// and patch files.
+void load_track(Project* project, fs::path const& dir, int t) {
+  chiptune_to_monosampler_promotion = false;
+  fs::path const track_dir = track_directory(dir, t);
+  read_settings_file(project->track_settings[t], track_dir / "track_settings.txt", SettingsReset::defaults);
+  read_settings_file(project->track_settings[t], track_dir / "instrument_settings.txt", SettingsReset::none);
+  read_settings_file(project->track_callbacks[t], track_dir / "track_callbacks.txt", SettingsReset::zero);
+  read_settings_file(project->mix_settings[t], track_dir / "mix_settings.txt", SettingsReset::defaults);
+  read_settings_file(project->mix_modulation_mappings[t], track_dir / "mix_modulation_mappings.txt",
+                     SettingsReset::zero);
+  project_check_sequencer_column(project, t);
+  // The patch memory follows the type the track has now.
+  project_reset_patch_memory(project, t);
+  project_load_track_patches(project, t, track_dir);
+}
+
+// Loads the tracks, each on its own, on two threads. Each thread has its
+// own Chiptune flag and page selectors; afterwards the flag is the one the
+// last track left, and each page selector the value the last track whose
+// patch records have it left there (their reset sets it, so every such
+// track sets it).
+void load_tracks(Project* project, fs::path const& dir) {
+  std::array<PageSelectorBytes, kPageSelectors> before;
+  for (int k = 0; k < kPageSelectors; ++k) before[k] = *page_selector_places()[k];
+  std::array<TrackLoadEnd, kNumTracks> ends;
+  run_ordered_jobs(kNumTracks, [&](int t) {
+    std::array<PageSelectorBytes*, kPageSelectors> const places = page_selector_places();
+    for (int k = 0; k < kPageSelectors; ++k) *places[k] = before[k];
+    load_track(project, dir, t);
+    TrackLoadEnd& end = ends[size_t(t)];
+    end.promotion = chiptune_to_monosampler_promotion;
+    project_track_do_patch_mod(project, t, [&](auto& parameters, auto& modulation, auto&) {
+      std::array<bool, kPageSelectors> const a = page_selectors_of(parameters[0]);
+      std::array<bool, kPageSelectors> const b = page_selectors_of(modulation[0]);
+      for (int k = 0; k < kPageSelectors; ++k) end.has[k] = a[k] || b[k];
+    });
+    for (int k = 0; k < kPageSelectors; ++k) end.values[k] = *places[k];
+  });
+  chiptune_to_monosampler_promotion = ends.back().promotion;
+  std::array<PageSelectorBytes*, kPageSelectors> const places = page_selector_places();
+  for (int k = 0; k < kPageSelectors; ++k) {
+    for (int t = kNumTracks - 1; t >= 0; --t) {
+      if (!ends[size_t(t)].has[k]) continue;
+      *places[k] = ends[size_t(t)].values[k];
+      break;
+    }
+  }
 }
 
 // Finishes a kind from what the reads of its files gave and returns the
@@ -182,23 +252,7 @@ void project_load(Project* project, char const* path) {
 
   project_load_sequencer(project, dir / "sequencer.txt");
 
-  for (int t = 0; t < kNumTracks; ++t) {
-    chiptune_to_monosampler_promotion = false;
-    fs::path const track_dir = track_directory(dir, t);
-    read_settings_file(project->track_settings[t], track_dir / "track_settings.txt",
-                       SettingsReset::defaults);
-    read_settings_file(project->track_settings[t], track_dir / "instrument_settings.txt",
-                       SettingsReset::none);
-    read_settings_file(project->track_callbacks[t], track_dir / "track_callbacks.txt",
-                       SettingsReset::zero);
-    read_settings_file(project->mix_settings[t], track_dir / "mix_settings.txt", SettingsReset::defaults);
-    read_settings_file(project->mix_modulation_mappings[t], track_dir / "mix_modulation_mappings.txt",
-                       SettingsReset::zero);
-    project_check_sequencer_column(project, t);
-    // The patch memory follows the type the track has now.
-    project_reset_patch_memory(project, t);
-    project_load_track_patches(project, t, track_dir);
-  }
+  load_tracks(project, dir);
 
   project_load_fx_patches(project, dir / "fx_patches");
   load_program_variables(project, dir / "program_variables");

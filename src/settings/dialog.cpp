@@ -9,7 +9,7 @@
 
 namespace kelvane {
 
-std::atomic<bool> chiptune_to_monosampler_promotion = false;
+thread_local bool chiptune_to_monosampler_promotion = false;
 
 namespace {
 

@@ -6,7 +6,6 @@
 // told once, in `SettingsCodec<T>`, and shared by every record.
 
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -25,10 +24,9 @@ namespace kelvane {
 
 // Set while a track whose type was read as "Chiptune" is being loaded: the
 // keys of the old instrument then reach the oscillators of a MonoSampler.
-// Slot files, which a load reads on two threads, may set it too, in any
-// order: it only ever goes from false to true there, no slot record has a
-// member that a promoted key names, and every track clears it first.
-extern std::atomic<bool> chiptune_to_monosampler_promotion;
+// Each thread has its own: a load reads its files on two threads and
+// carries the flag over from the files in turn.
+extern thread_local bool chiptune_to_monosampler_promotion;
 
 // Buffer sizes of the settings text work.
 inline constexpr int kValueTextSize = 128;    // a formatted value

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "project/project.hpp"
+#include "settings/ordered_jobs.hpp"
 
 using namespace kelvane;
 namespace fs = std::filesystem;
@@ -141,6 +142,88 @@ TEST(ProjectLoad, TrackFilesAndChiptune) {
   EXPECT_STREQ(first.track_settings[3].name.data, "T 3");
   // The flag holds for the rest of track 2 only.
   EXPECT_FALSE(chiptune_to_monosampler_promotion);
+}
+
+// The tracks load on two threads, each with its own page selectors and
+// Chiptune flag; what a load leaves in them is what a load in turn leaves.
+TEST(ProjectLoad, TracksOnTwoThreadsLeaveWhatALoadInTurnLeaves) {
+  fs::path const dir = scratch("selectors");
+  auto track = [&](int t, char const* type, char const* last_patch_lines) {
+    char name[16];
+    std::snprintf(name, sizeof name, "track_%02d", t);
+    write(dir / name / "track_settings.txt", std::string("#version 1\ntype ") + type + "\n");
+    write(dir / name / "patch_3f.txt", std::string("#version 1\n") + last_patch_lines);
+    write(dir / name / "modulation_3f.txt", std::string("#version 1\n") + last_patch_lines);
+  };
+  track(1, "MonoSampler", "oscillator 2\n");
+  track(4, "FMSynth", "oscillator 5\nenvelope 3\n");
+  track(6, "MonoSampler", "oscillator 3\n");
+  track(12, "OneShot", "idx 6\n");
+  track(15, "Chiptune", "oscillator 1\nfinetune[0] 4\n");
+  write(dir / "track_07/track_settings.txt", "#version 1\ntype Chiptune\n");
+  write(dir / "track_09/mix_settings.txt", "#version 1\nbogus [1]=2\n");
+
+  struct Left {
+    std::string out, err;
+    int mono_oscillator, fm_oscillator, fm_envelope, one_shot_idx;
+    bool promotion;
+  };
+  auto load = [&](Project* p) {
+    // A load leaves slots above the counters as they were: both start alike.
+    std::memset(p, 0, sizeof(Project));
+    InstrumentParametersMonoSamplerIdx::oscillator = I<0, 3, 0>::from_value(3);
+    InstrumentParametersFMSynthIdx::oscillator = I<0, 7, 0>::from_value(7);
+    InstrumentParametersFMSynthIdx::envelope = I<0, 3, 0>::from_value(2);
+    InstrumentParametersOneShotIdx::idx = I<0, 7, 0>::from_value(7);
+    chiptune_to_monosampler_promotion = false;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    project_load(p, dir.c_str());
+    std::fflush(stdout);
+    Left left{testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr(),
+              InstrumentParametersMonoSamplerIdx::oscillator.value(), InstrumentParametersFMSynthIdx::oscillator.value(),
+              InstrumentParametersFMSynthIdx::envelope.value(), InstrumentParametersOneShotIdx::idx.value(),
+              chiptune_to_monosampler_promotion};
+    return left;
+  };
+  Left const parallel = load(&first);
+  set_ordered_jobs_parallel(false);
+  Left const in_turn = load(&second);
+  set_ordered_jobs_parallel(true);
+
+  // The last track of each kind set them in its last patch: track 15 (a
+  // Chiptune track, now a MonoSampler) the MonoSampler's, track 4 the
+  // FMSynth's, track 12 the OneShot's.
+  EXPECT_EQ(parallel.mono_oscillator, 1);
+  EXPECT_EQ(parallel.fm_oscillator, 5);
+  EXPECT_EQ(parallel.fm_envelope, 3);
+  EXPECT_EQ(parallel.one_shot_idx, 6);
+  EXPECT_TRUE(parallel.promotion);
+  EXPECT_EQ(parallel.out,
+            "found Chiptune track type, promoting to MonoSampler!\n"
+            "found Chiptune track type, promoting to MonoSampler!\n");
+
+  EXPECT_EQ(parallel.out, in_turn.out);
+  EXPECT_EQ(parallel.err, in_turn.err);
+  EXPECT_EQ(parallel.mono_oscillator, in_turn.mono_oscillator);
+  EXPECT_EQ(parallel.fm_oscillator, in_turn.fm_oscillator);
+  EXPECT_EQ(parallel.fm_envelope, in_turn.fm_envelope);
+  EXPECT_EQ(parallel.one_shot_idx, in_turn.one_shot_idx);
+  EXPECT_EQ(parallel.promotion, in_turn.promotion);
+  EXPECT_EQ(std::memcmp(&first, &second, sizeof(Project)), 0);
+  chiptune_to_monosampler_promotion = false;
+}
+
+// The tracks' own records have no page selector: only patch records do, so
+// that the patch records of a track tell which selectors its load sets.
+TEST(ProjectLoad, TrackRecordsHaveNoPageSelectors) {
+  project_initialize(&first);
+  std::array<bool, kPageSelectors> const none{};
+  EXPECT_EQ(page_selectors_of(first.track_settings[0]), none);
+  EXPECT_EQ(page_selectors_of(first.track_callbacks[0]), none);
+  EXPECT_EQ(page_selectors_of(first.mix_settings[0]), none);
+  EXPECT_EQ(page_selectors_of(first.mix_modulation_mappings[0]), none);
+  EXPECT_EQ(page_selectors_of(first.fx_parameters[0]), none);
 }
 
 TEST(ProjectSave, TwiceGivesIdenticalFiles) {
