@@ -54,36 +54,74 @@ void load_program_variables(Project* project, fs::path const& dir) {
 }
 
 // A kind of numbered slot: its array, the files `format` names, how a file
-// is read into a slot and what a missing one leaves.
+// is read into a slot and what a missing one leaves; the counter that its
+// files set, and the slots its load leaves as they were.
 template <class Slot, size_t N>
 struct SlotKind {
   Slot (&slots)[N];
   char const* format;
   StepFileRead (*read)(Slot*, fs::path const&);
   void (*initialize)(Slot*);
+  int& counter;
+  std::bitset<N>& untouched;
   static constexpr int size = int(N);
 };
 
+// Finishes a kind from what the reads of its files gave and sets its
+// counter: one past the last slot whose "!steps" line was reached. A slot
+// whose file is missing gets the initial state below the counter, and so
+// does the first one above it: a name that fills its field runs on into
+// the slot behind it when the last counted slot is saved. The other missing
+// slots above the counter are left as they are and noted as untouched.
+template <class Slot, size_t N>
+void finish_slots(SlotKind<Slot, N> const& kind, StepFileRead const* reads) {
+  Slot (&slots)[N] = kind.slots;
+  int count = 0;
+  std::bitset<N> missing;
+  for (int i = 0; i < int(N); ++i) {
+    if (reads[i] == StepFileRead::missing) missing.set(i);
+    if (reads[i] == StepFileRead::steps) count = i + 1;
+  }
+  kind.untouched.reset();
+  bool above = false;
+  for (int i = 0; i < int(N); ++i) {
+    if (!missing[i]) continue;
+    if (i < count || !above) kind.initialize(&slots[i]);
+    if (i >= count && above) kind.untouched.set(i);
+    if (i >= count) above = true;
+  }
+  kind.counter = count;
+}
+
 // Reads the file of every slot of every kind, in the order of `kinds`, and
-// keeps what each read gave in `reads`. Each file goes to its own slot, so
-// the reads share two threads; messages come in this order all the same.
+// finishes each kind after its files. Each file goes to its own slot, so the
+// reads share two threads; messages come in this order all the same. The
+// finish of a kind waits for the reads before it.
 template <class... Kinds>
-void read_slot_files(fs::path const& dir, StepFileRead* reads, Kinds const&... kinds) {
+void load_slot_kinds(fs::path const& dir, Kinds const&... kinds) {
+  std::vector<StepFileRead> reads(size_t((Kinds::size + ...)));
   // A file may set the Chiptune flag; it stays set after the files.
   std::atomic<bool> promoted{false};
-  run_ordered_jobs((Kinds::size + ...), [&](int job) {
+  run_ordered_jobs(((Kinds::size + 1) + ...), [&](int job) {
     struct NotePromotion {
       std::atomic<bool>& promoted;
       ~NotePromotion() {
         if (chiptune_to_monosampler_promotion) promoted = true;
       }
     } const note{promoted};
-    int first = 0;
+    int first_job = 0, first_read = 0;
     auto one = [&](auto const& kind) {
-      int const i = job - first;
-      first += kind.size;
-      if (i < 0 || i >= kind.size) return false;
-      reads[job] = kind.read(&kind.slots[i], slot_file(dir, kind.format, i));
+      int const i = job - first_job;
+      StepFileRead* const kind_reads = reads.data() + first_read;
+      first_job += kind.size + 1;
+      first_read += kind.size;
+      if (i < 0 || i > kind.size) return false;
+      if (i < kind.size) {
+        kind_reads[i] = kind.read(&kind.slots[i], slot_file(dir, kind.format, i));
+      } else {
+        wait_for_turn();
+        finish_slots(kind, kind_reads);
+      }
       return true;
     };
     (one(kinds) || ...);
@@ -121,14 +159,11 @@ void load_track(Project* project, fs::path const& dir, int t) {
 // own Chiptune flag and page selectors; afterwards the flag is the one the
 // last track left, and each page selector the value the last track whose
 // patch records have it left there (their reset sets it, so every such
-// track sets it).
+// track sets it). Nothing of a track's load reads them before it sets them.
 void load_tracks(Project* project, fs::path const& dir) {
-  std::array<PageSelectorBytes, kPageSelectors> before;
-  for (int k = 0; k < kPageSelectors; ++k) before[k] = *page_selector_places()[k];
   std::array<TrackLoadEnd, kNumTracks> ends;
   run_ordered_jobs(kNumTracks, [&](int t) {
-    std::array<PageSelectorBytes*, kPageSelectors> const places = page_selector_places();
-    for (int k = 0; k < kPageSelectors; ++k) *places[k] = before[k];
+    std::array<void*, kPageSelectors> const places = page_selector_places();
     load_track(project, dir, t);
     TrackLoadEnd& end = ends[size_t(t)];
     end.promotion = chiptune_to_monosampler_promotion;
@@ -137,14 +172,14 @@ void load_tracks(Project* project, fs::path const& dir) {
       std::array<bool, kPageSelectors> const b = page_selectors_of(modulation[0]);
       for (int k = 0; k < kPageSelectors; ++k) end.has[k] = a[k] || b[k];
     });
-    for (int k = 0; k < kPageSelectors; ++k) end.values[k] = *places[k];
+    for (int k = 0; k < kPageSelectors; ++k) std::memcpy(end.values[k].data(), places[k], end.values[k].size());
   });
   chiptune_to_monosampler_promotion = ends.back().promotion;
-  std::array<PageSelectorBytes*, kPageSelectors> const places = page_selector_places();
+  std::array<void*, kPageSelectors> const places = page_selector_places();
   for (int k = 0; k < kPageSelectors; ++k) {
     for (int t = kNumTracks - 1; t >= 0; --t) {
       if (!ends[size_t(t)].has[k]) continue;
-      *places[k] = ends[size_t(t)].values[k];
+      std::memcpy(places[k], ends[size_t(t)].values[k].data(), ends[size_t(t)].values[k].size());
       break;
     }
   }
@@ -237,18 +272,15 @@ void project_load(Project* project, char const* path) {
   // Every slot is tried; a counted slot raises its counter past any gap.
   std::bitset<kNumPatterns>* untouched = find_untouched_pattern_slots(project);
   if (!untouched) untouched = &untouched_pattern_slots.emplace_back(UntouchedPatternSlots{project, {}}).slots;
-  SlotKind<Pattern, kNumPatterns> const patterns{project->patterns, "patterns/pattern_%s.txt", project_read_pattern,
-                                                 pattern_initialize};
-  SlotKind<Table, kNumTables> const tables{project->tables, "tables/table_%s.txt", project_load_table, table_reset};
-  SlotKind<Program, kNumPrograms> const programs{project->programs, "programs/program_%s.txt", project_load_program,
-                                                 program_reset};
-  std::vector<StepFileRead> reads(kNumPatterns + kNumTables + kNumPrograms);
-  read_slot_files(dir, reads.data(), patterns, tables, programs);
-  project->allocated_patterns = finish_slots(patterns, reads.data(), *untouched);
   std::bitset<kNumTables> tables_left;
-  project->allocated_tables = finish_slots(tables, reads.data() + kNumPatterns, tables_left);
   std::bitset<kNumPrograms> programs_left;
-  project->allocated_programs = finish_slots(programs, reads.data() + kNumPatterns + kNumTables, programs_left);
+  load_slot_kinds(dir,
+                  SlotKind<Pattern, kNumPatterns>{project->patterns, "patterns/pattern_%s.txt", project_read_pattern,
+                                                  pattern_initialize, project->allocated_patterns, *untouched},
+                  SlotKind<Table, kNumTables>{project->tables, "tables/table_%s.txt", project_load_table, table_reset,
+                                              project->allocated_tables, tables_left},
+                  SlotKind<Program, kNumPrograms>{project->programs, "programs/program_%s.txt", project_load_program,
+                                                  program_reset, project->allocated_programs, programs_left});
 
   project_load_sequencer(project, dir / "sequencer.txt");
 

@@ -68,22 +68,21 @@ struct InstrumentParametersOneShotIdx {
   static inline thread_local I<0, 7, 0> idx;
 };
 
-// The page selectors of the calling thread, as the bytes of their cells.
+// The page selectors of the calling thread: where each cell lies. They are
+// copied as bytes (all have the size of one cell).
 inline constexpr int kPageSelectors = 4;
 using PageSelectorBytes = std::array<unsigned char, sizeof(I<0, 3, 0>)>;
-inline std::array<PageSelectorBytes*, kPageSelectors> page_selector_places() {
+inline std::array<void*, kPageSelectors> page_selector_places() {
   static_assert(sizeof(I<0, 3, 0>) == sizeof(I<0, 7, 0>) && std::is_trivially_copyable_v<I<0, 3, 0>> &&
                 std::is_trivially_copyable_v<I<0, 7, 0>>);
-  return {reinterpret_cast<PageSelectorBytes*>(&InstrumentParametersMonoSamplerIdx::oscillator),
-          reinterpret_cast<PageSelectorBytes*>(&InstrumentParametersFMSynthIdx::oscillator),
-          reinterpret_cast<PageSelectorBytes*>(&InstrumentParametersFMSynthIdx::envelope),
-          reinterpret_cast<PageSelectorBytes*>(&InstrumentParametersOneShotIdx::idx)};
+  return {&InstrumentParametersMonoSamplerIdx::oscillator, &InstrumentParametersFMSynthIdx::oscillator,
+          &InstrumentParametersFMSynthIdx::envelope, &InstrumentParametersOneShotIdx::idx};
 }
 
 // Which page selectors (of the calling thread) are members of `record`.
 template <class R>
 std::array<bool, kPageSelectors> page_selectors_of(R& record) {
-  std::array<PageSelectorBytes*, kPageSelectors> const places = page_selector_places();
+  std::array<void*, kPageSelectors> const places = page_selector_places();
   std::array<bool, kPageSelectors> found{};
   record.do_it([&](auto... members) {
     auto one = [&](auto m) {

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstring>
 #include <exception>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,84 +18,136 @@ namespace kelvane {
 
 namespace {
 
-// What one thread did of a run of jobs.
-struct ThreadShare {
-  std::vector<KeptMessage> messages;  // in job order: a thread takes jobs in rising order
-  int end_job = INT_MAX;              // the job that ended the run, if any
-  bool deferred_end = false;          // a run end, kept in `end`
-  DeferredRunEnd end{};
-  std::exception_ptr exception;  // else anything else the job threw
-};
-
-// Where this thread keeps its messages, and for which job, if it does.
+// Where this thread keeps the messages of a making ahead, and for which
+// file, if it does.
 thread_local std::vector<KeptMessage>* keeping = nullptr;
 thread_local int keeping_job = 0;
 
 bool parallel_allowed = true;
 
-// Jobs are handed out a few at a time: most are a file or two.
+// Jobs are handed out a few at a time: most are a file or two. No job
+// starts more than kJobsAhead beyond the first one not yet done, so that
+// kept messages never pile up.
 constexpr int kJobsPerTake = 8;
+constexpr int kJobsAhead = 64;
 
+// Thrown out of a job that waits for its turn when a job before it ended
+// the run: nothing of it counts.
+struct JobAbandoned {};
+
+struct JobState {
+  bool done = false;
+  std::vector<KeptMessage> messages;
+};
+
+// A run of ordered jobs. Everything below the mutex is guarded by it.
 struct Run {
   int count;
   void (*job)(void*, int);
   void* context;
-  std::atomic<int> next{0};
-  std::atomic<int> stop{INT_MAX};  // no job from here on is started
+  std::atomic<int> next{0};  // the next job to take
+
+  std::mutex mutex;
+  std::condition_variable moved;  // `printed` moved on, or the run ended
+  std::vector<JobState> jobs;
+  int printed = 0;        // every job before it is done and its messages printed
+  int end_job = INT_MAX;  // the first job that ended the run, if any
+  bool deferred_end = false;
+  DeferredRunEnd end{};
+  std::exception_ptr exception;
+
+  Run(int n, void (*j)(void*, int), void* c) : count(n), job(j), context(c), jobs(size_t(n)) {}
 };
+
+// The run whose job this thread is doing, if any.
+thread_local Run* job_run = nullptr;
+
+void print_messages(std::vector<KeptMessage>& messages) {
+  for (KeptMessage const& m : messages) std::fwrite(m.text.data(), 1, m.text.size(), m.stream);
+  std::vector<KeptMessage>().swap(messages);
+}
+
+// With the mutex held: prints the messages of the jobs that are done and
+// whose turn has come, up to the one that ended the run.
+void print_done_jobs(Run& run) {
+  while (run.printed < run.count && run.printed <= run.end_job && run.jobs[size_t(run.printed)].done) {
+    print_messages(run.jobs[size_t(run.printed)].messages);
+    ++run.printed;
+  }
+  run.moved.notify_all();
+}
+
+// Does job i; false if it ended the run.
+bool do_job(Run& run, int i) {
+  keeping_job = i;
+  bool ended = false;
+  DeferredRunEnd end{};
+  std::exception_ptr exception;
+  try {
+    run.job(run.context, i);
+  } catch (DeferredRunEnd const& e) {
+    ended = true;
+    end = e;
+  } catch (JobAbandoned const&) {
+    // A job before it ended the run.
+  } catch (...) {
+    ended = true;
+    exception = std::current_exception();
+  }
+  std::lock_guard<std::mutex> const lock(run.mutex);
+  run.jobs[size_t(i)].done = true;
+  if (ended && i < run.end_job) {
+    run.end_job = i;
+    run.deferred_end = !exception;
+    run.end = end;
+    run.exception = exception;
+  }
+  print_done_jobs(run);
+  return !ended;
+}
+
+void take_jobs(Run& run) {
+  job_run = &run;
+  set_run_end_deferred(true);
+  bool going = true;
+  while (going) {
+    int const first = run.next.fetch_add(kJobsPerTake);
+    if (first >= run.count) break;
+    int const last = std::min(run.count, first + kJobsPerTake);
+    for (int i = first; i < last && going; ++i) {
+      {
+        std::unique_lock<std::mutex> lock(run.mutex);
+        run.moved.wait(lock, [&] { return i < run.printed + kJobsAhead || run.end_job < i; });
+        if (run.end_job < i) {
+          going = false;
+          break;
+        }
+      }
+      going = do_job(run, i);
+    }
+  }
+  set_run_end_deferred(false);
+  job_run = nullptr;
+}
+
+// A job's message: printed at once if the job's turn has come, else kept
+// with the job.
+void job_message(Run& run, FILE* stream, char const* text, size_t size) {
+  std::lock_guard<std::mutex> const lock(run.mutex);
+  JobState& job = run.jobs[size_t(keeping_job)];
+  if (keeping_job == run.printed && keeping_job < run.end_job) {
+    print_messages(job.messages);
+    std::fwrite(text, 1, size, stream);
+    return;
+  }
+  if (job.messages.empty() || job.messages.back().stream != stream)
+    job.messages.push_back({keeping_job, stream, {}});
+  job.messages.back().text.append(text, size);
+}
 
 void lower_to(std::atomic<int>& value, int to) {
   int now = value.load();
   while (to < now && !value.compare_exchange_weak(now, to)) {
-  }
-}
-
-void take_jobs(Run& run, ThreadShare& share) {
-  keeping = &share.messages;
-  set_run_end_deferred(true);
-  for (;;) {
-    int const first = run.next.fetch_add(kJobsPerTake);
-    if (first >= run.count) break;
-    int const last = std::min(run.count, first + kJobsPerTake);
-    bool ended = false;
-    for (int i = first; i < last && !ended; ++i) {
-      if (i >= run.stop.load()) {
-        ended = true;
-        break;
-      }
-      keeping_job = i;
-      try {
-        run.job(run.context, i);
-      } catch (DeferredRunEnd const& end) {
-        share.deferred_end = true;
-        share.end = end;
-        share.end_job = i;
-      } catch (...) {
-        share.exception = std::current_exception();
-        share.end_job = i;
-      }
-      if (share.end_job == i) {
-        lower_to(run.stop, i);
-        ended = true;
-      }
-    }
-    if (ended) break;
-  }
-  set_run_end_deferred(false);
-  keeping = nullptr;
-}
-
-// Prints the kept messages of both threads up to and including job `last`,
-// in job order.
-void print_kept(ThreadShare const& a, ThreadShare const& b, int last) {
-  size_t i = 0, j = 0;
-  for (;;) {
-    bool const more_a = i < a.messages.size() && a.messages[i].job <= last;
-    bool const more_b = j < b.messages.size() && b.messages[j].job <= last;
-    if (!more_a && !more_b) return;
-    bool const take_a = more_a && (!more_b || a.messages[i].job <= b.messages[j].job);
-    KeptMessage const& m = take_a ? a.messages[i++] : b.messages[j++];
-    std::fwrite(m.text.data(), 1, m.text.size(), m.stream);
   }
 }
 
@@ -209,7 +263,7 @@ void release_made_ahead(MadeAhead& made) {
 
 void run_made_ahead(int count, void (*make)(void*, int, TextOut&), bool (*write)(void*, int, MadeAhead*),
                     void* context) {
-  if (count < 2 || keeping || writing_run || !parallel_allowed || !run_end_ends_process()) {
+  if (count < 2 || keeping || job_run || writing_run || !parallel_allowed || !run_end_ends_process()) {
     for (int i = 0; i < count; ++i)
       if (!write(context, i, nullptr)) return;
     return;
@@ -244,6 +298,10 @@ void run_made_ahead(int count, void (*make)(void*, int, TextOut&), bool (*write)
 }
 
 void message_write(FILE* stream, char const* text, size_t size) {
+  if (job_run) {
+    job_message(*job_run, stream, text, size);
+    return;
+  }
   if (!keeping) {
     std::fwrite(text, 1, size, stream);
     return;
@@ -281,29 +339,35 @@ void message_printf(FILE* stream, char const* format, ...) {
 
 void set_ordered_jobs_parallel(bool parallel) { parallel_allowed = parallel; }
 
+void wait_for_turn() {
+  Run* const run = job_run;
+  if (!run) return;
+  int const i = keeping_job;
+  std::unique_lock<std::mutex> lock(run->mutex);
+  run->moved.wait(lock, [&] { return run->printed >= i || run->end_job < i; });
+  if (run->end_job < i) throw JobAbandoned{};
+}
+
 void run_ordered_jobs(int count, void (*job)(void*, int), void* context) {
   // Jobs started from inside a job, or with a handler set, run here in turn.
-  if (count < 2 || keeping || !parallel_allowed || !run_end_ends_process()) {
+  if (count < 2 || job_run || keeping || !parallel_allowed || !run_end_ends_process()) {
     for (int i = 0; i < count; ++i) job(context, i);
     return;
   }
-  Run run{count, job, context};
-  ThreadShare mine, helpers;
+  Run run(count, job, context);
   std::thread helper;
   try {
-    helper = std::thread([&run, &helpers] { take_jobs(run, helpers); });
+    helper = std::thread([&run] { take_jobs(run); });
   } catch (...) {
     // No thread to be had: this thread does them all.
   }
-  take_jobs(run, mine);
+  take_jobs(run);
   if (helper.joinable()) helper.join();
-
-  int const end_job = std::min(mine.end_job, helpers.end_job);
-  print_kept(mine, helpers, end_job);
-  if (end_job == INT_MAX) return;
-  ThreadShare const& ended = mine.end_job == end_job ? mine : helpers;
-  if (ended.deferred_end) raise_run_end(ended.end);
-  std::rethrow_exception(ended.exception);
+  // Every job up to the one that ended the run is done, and its messages
+  // are out.
+  if (run.end_job == INT_MAX) return;
+  if (run.deferred_end) raise_run_end(run.end);
+  std::rethrow_exception(run.exception);
 }
 
 }  // namespace kelvane

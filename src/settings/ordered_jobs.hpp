@@ -4,13 +4,17 @@
 // A load reads thousands of slot files, each into its own slot. Two threads
 // read them at once; what the user sees stays that of one thread reading
 // them in order:
-// - a job's messages (message_write and its kin) are kept with the job, and
-//   printed in job order once the jobs are done;
+// - a job's messages (message_write and its kin) go out at once while every
+//   job before it is done; else they are kept with the job and go out when
+//   that comes true;
 // - a run end in a job (an assertion, an error) prints nothing where it
 //   happens; the jobs before it finish, their messages and those of the job
 //   itself up to the run end are printed, and the run end is raised then,
 //   on the calling thread. Jobs after it are not started, and what they
-//   printed is dropped: the process ends there.
+//   printed is dropped: the process ends there;
+// - work that must not run ahead of its turn (opening a pipe or a device,
+//   which may block, and whose lines go to whoever reads first) waits for
+//   it with wait_for_turn.
 // While a run end handler is set (a program that keeps going after a run
 // end, and may look at the records it leaves), the jobs run one after the
 // other on the calling thread, as any other code does.
@@ -32,6 +36,11 @@ namespace kelvane {
 void message_write(FILE* stream, char const* text, size_t size);
 void message_puts(FILE* stream, char const* text);  // as fputs
 void message_printf(FILE* stream, char const* format, ...) __attribute__((format(printf, 2, 3)));
+
+// Inside a job: returns once every job before it is done. If one of them
+// ended the run, the job ends here instead (by an exception that the run
+// catches), and nothing of it counts. Outside a job it returns at once.
+void wait_for_turn();
 
 // Runs job(context, i) for every i from 0 to count - 1, as said above.
 void run_ordered_jobs(int count, void (*job)(void* context, int index), void* context);

@@ -1,6 +1,7 @@
 #include "settings/ordered_jobs.hpp"
 
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <unistd.h>
 #include <gtest/gtest.h>
 
@@ -147,6 +148,69 @@ TEST(OrderedJobs, AnExceptionIsRethrownInTurn) {
                std::runtime_error);
   std::string const err = testing::internal::GetCapturedStderr();
   EXPECT_EQ(err, expected_lines("err", 3, 2001));
+}
+
+TEST(OrderedJobs, WaitForTurnWaitsForEveryJobBefore) {
+  std::vector<std::atomic<bool>> done(200);
+  std::atomic<bool> all_before{false};
+  run_ordered_jobs(200, [&](int job) {
+    // Job 0 is slow: the other thread reaches job 40 long before it ends.
+    if (job == 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    if (job == 40) {
+      wait_for_turn();
+      bool all = true;
+      for (int i = 0; i < 40; ++i) all = all && done[i];
+      all_before = all;
+    }
+    done[job] = true;
+  });
+  EXPECT_TRUE(all_before);
+}
+
+TEST(OrderedJobs, WaitForTurnOutsideAJobReturnsAtOnce) {
+  wait_for_turn();
+  SUCCEED();
+}
+
+TEST(OrderedJobsDeathTest, AJobWaitingBehindARunEndGoesNoFurther) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto run = [] {
+    alarm(20);  // a job that does not stop would hang the run
+    run_ordered_jobs(200, [](int job) {
+      if (job == 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        message_puts(stderr, "zero\n");
+        run_end_error();
+      }
+      if (job == 40) {
+        wait_for_turn();
+        std::fputs("forty went on\n", stderr);
+      }
+    });
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(1), testing::Eq("zero\n"));
+}
+
+TEST(OrderedJobs, AJobInTurnPrintsAtOnce) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  FILE* const out = fdopen(fds[1], "w");
+  ASSERT_NE(out, nullptr);
+  std::setvbuf(out, nullptr, _IONBF, 0);
+  std::string seen_in_job;
+  run_ordered_jobs(100, [&](int job) {
+    if (job != 0) return;
+    // Job 0 is in turn from the start: its message is out before it ends.
+    message_puts(out, "zero");
+    char text[8] = {};
+    pollfd ready{fds[0], POLLIN, 0};
+    if (poll(&ready, 1, 5000) != 1) return;
+    ssize_t const n = read(fds[0], text, 4);
+    if (n > 0) seen_in_job.assign(text, size_t(n));
+  });
+  std::fclose(out);
+  close(fds[0]);
+  EXPECT_EQ(seen_in_job, "zero");
 }
 
 [[noreturn]] void throwing_handler(RunEnd const&) { throw std::logic_error("run ended"); }

@@ -1,4 +1,7 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "scratch_dir.hpp"
 
@@ -212,6 +215,23 @@ TEST(ProjectLoad, TracksOnTwoThreadsLeaveWhatALoadInTurnLeaves) {
   EXPECT_EQ(parallel.promotion, in_turn.promotion);
   EXPECT_EQ(std::memcmp(&first, &second, sizeof(Project)), 0);
   chiptune_to_monosampler_promotion = false;
+}
+
+// A pipe among the slot files is opened only in its turn: behind a file
+// that ends the run it is never opened (its open would wait for a writer).
+TEST(ProjectLoadDeathTest, APipeBehindARunEndIsNotOpened) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  fs::path const dir = scratch("pipe");
+  // The first file is long, so that the other thread is at the pipe by then.
+  std::string first_file = "#version 1\n";
+  for (int i = 0; i < 300000; ++i) first_file += "foo bar\n";
+  write(dir / "patterns/pattern_00.txt", first_file + "!steps MIDI\n0 op_code 0 load" + std::string(300, 'A') + "\n");
+  ASSERT_EQ(mkfifo((dir / "patterns/pattern_08.txt").c_str(), 0600), 0);
+  auto run = [&] {
+    alarm(20);  // an open of the pipe would wait for ever
+    project_load(&first, dir.c_str());
+  };
+  EXPECT_EXIT(run(), testing::KilledBySignal(SIGABRT), testing::HasSubstr("Assertion `strlen(s) < sizeof(buf) - 1' failed"));
 }
 
 // The tracks' own records have no page selector: only patch records do, so
