@@ -346,6 +346,9 @@ void wait_for_turn() {
   std::unique_lock<std::mutex> lock(run->mutex);
   run->moved.wait(lock, [&] { return run->printed >= i || run->end_job < i; });
   if (run->end_job < i) throw JobAbandoned{};
+  // The job's turn has come: what it printed so far goes out before it
+  // goes on, as it would have.
+  print_messages(run->jobs[size_t(i)].messages);
 }
 
 void run_ordered_jobs(int count, void (*job)(void*, int), void* context) {

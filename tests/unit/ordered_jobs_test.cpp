@@ -167,6 +167,31 @@ TEST(OrderedJobs, WaitForTurnWaitsForEveryJobBefore) {
   EXPECT_TRUE(all_before);
 }
 
+TEST(OrderedJobs, WhatAJobPrintedBeforeItsTurnIsOutOnceItHasWaitedForIt) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  FILE* const out = fdopen(fds[1], "w");
+  ASSERT_NE(out, nullptr);
+  std::setvbuf(out, nullptr, _IONBF, 0);
+  std::string seen_in_job;
+  run_ordered_jobs(100, [&](int job) {
+    if (job == 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    if (job != 40) return;
+    // Printed while job 0 still runs: kept. Once job 40 has waited for its
+    // turn, it is out.
+    message_puts(out, "forty");
+    wait_for_turn();
+    char text[8] = {};
+    pollfd ready{fds[0], POLLIN, 0};
+    if (poll(&ready, 1, 5000) != 1) return;
+    ssize_t const n = read(fds[0], text, 5);
+    if (n > 0) seen_in_job.assign(text, size_t(n));
+  });
+  std::fclose(out);
+  close(fds[0]);
+  EXPECT_EQ(seen_in_job, "forty");
+}
+
 TEST(OrderedJobs, WaitForTurnOutsideAJobReturnsAtOnce) {
   wait_for_turn();
   SUCCEED();
