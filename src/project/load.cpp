@@ -185,32 +185,6 @@ void load_tracks(Project* project, fs::path const& dir) {
   }
 }
 
-// Finishes a kind from what the reads of its files gave and returns the
-// counter: one past the last slot whose "!steps" line was reached. A slot
-// whose file is missing gets the initial state below the counter, and so
-// does the first one above it: a name that fills its field runs on into
-// the slot behind it when the last counted slot is saved. The other missing
-// slots above the counter are left as they are and returned in `untouched`.
-template <class Slot, size_t N>
-int finish_slots(SlotKind<Slot, N> const& kind, StepFileRead const* reads, std::bitset<N>& untouched) {
-  Slot (&slots)[N] = kind.slots;
-  int count = 0;
-  std::bitset<N> missing;
-  for (int i = 0; i < int(N); ++i) {
-    if (reads[i] == StepFileRead::missing) missing.set(i);
-    if (reads[i] == StepFileRead::steps) count = i + 1;
-  }
-  untouched.reset();
-  bool above = false;
-  for (int i = 0; i < int(N); ++i) {
-    if (!missing[i]) continue;
-    if (i < count || !above) kind.initialize(&slots[i]);
-    if (i >= count && above) untouched.set(i);
-    if (i >= count) above = true;
-  }
-  return count;
-}
-
 // The pattern slots each record's last load left as they were.
 struct UntouchedPatternSlots {
   Project const* project;

@@ -150,6 +150,29 @@ TEST(OrderedJobs, AnExceptionIsRethrownInTurn) {
   EXPECT_EQ(err, expected_lines("err", 3, 2001));
 }
 
+// An unbuffered stream into a pipe, and what reaches the pipe's other end
+// within a few seconds: to see whether a message is out while its job runs.
+struct PipeStream {
+  int fds[2] = {-1, -1};
+  FILE* out = nullptr;
+  PipeStream() {
+    if (pipe(fds) != 0) return;
+    out = fdopen(fds[1], "w");
+    if (out) std::setvbuf(out, nullptr, _IONBF, 0);
+  }
+  ~PipeStream() {
+    if (out) std::fclose(out);
+    if (fds[0] >= 0) close(fds[0]);
+  }
+  std::string arrived(size_t size) const {
+    char text[16] = {};
+    pollfd ready{fds[0], POLLIN, 0};
+    if (size > sizeof text || poll(&ready, 1, 5000) != 1) return "";
+    ssize_t const n = read(fds[0], text, size);
+    return n > 0 ? std::string(text, size_t(n)) : "";
+  }
+};
+
 TEST(OrderedJobs, WaitForTurnWaitsForEveryJobBefore) {
   std::vector<std::atomic<bool>> done(200);
   std::atomic<bool> all_before{false};
@@ -168,27 +191,18 @@ TEST(OrderedJobs, WaitForTurnWaitsForEveryJobBefore) {
 }
 
 TEST(OrderedJobs, WhatAJobPrintedBeforeItsTurnIsOutOnceItHasWaitedForIt) {
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  FILE* const out = fdopen(fds[1], "w");
-  ASSERT_NE(out, nullptr);
-  std::setvbuf(out, nullptr, _IONBF, 0);
+  PipeStream pipe_stream;
+  ASSERT_NE(pipe_stream.out, nullptr);
   std::string seen_in_job;
   run_ordered_jobs(100, [&](int job) {
     if (job == 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
     if (job != 40) return;
     // Printed while job 0 still runs: kept. Once job 40 has waited for its
     // turn, it is out.
-    message_puts(out, "forty");
+    message_puts(pipe_stream.out, "forty");
     wait_for_turn();
-    char text[8] = {};
-    pollfd ready{fds[0], POLLIN, 0};
-    if (poll(&ready, 1, 5000) != 1) return;
-    ssize_t const n = read(fds[0], text, 5);
-    if (n > 0) seen_in_job.assign(text, size_t(n));
+    seen_in_job = pipe_stream.arrived(5);
   });
-  std::fclose(out);
-  close(fds[0]);
   EXPECT_EQ(seen_in_job, "forty");
 }
 
@@ -217,24 +231,15 @@ TEST(OrderedJobsDeathTest, AJobWaitingBehindARunEndGoesNoFurther) {
 }
 
 TEST(OrderedJobs, AJobInTurnPrintsAtOnce) {
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  FILE* const out = fdopen(fds[1], "w");
-  ASSERT_NE(out, nullptr);
-  std::setvbuf(out, nullptr, _IONBF, 0);
+  PipeStream pipe_stream;
+  ASSERT_NE(pipe_stream.out, nullptr);
   std::string seen_in_job;
   run_ordered_jobs(100, [&](int job) {
     if (job != 0) return;
     // Job 0 is in turn from the start: its message is out before it ends.
-    message_puts(out, "zero");
-    char text[8] = {};
-    pollfd ready{fds[0], POLLIN, 0};
-    if (poll(&ready, 1, 5000) != 1) return;
-    ssize_t const n = read(fds[0], text, 4);
-    if (n > 0) seen_in_job.assign(text, size_t(n));
+    message_puts(pipe_stream.out, "zero");
+    seen_in_job = pipe_stream.arrived(4);
   });
-  std::fclose(out);
-  close(fds[0]);
   EXPECT_EQ(seen_in_job, "zero");
 }
 
