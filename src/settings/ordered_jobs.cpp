@@ -18,9 +18,9 @@ namespace kelvane {
 
 namespace {
 
-// Where this thread keeps the messages of a making ahead, and for which
-// file, if it does.
+// Where this thread keeps the messages of a making ahead, if it does.
 thread_local std::vector<KeptMessage>* keeping = nullptr;
+// The job this thread is doing in an ordered run.
 thread_local int keeping_job = 0;
 
 bool parallel_allowed = true;
@@ -61,6 +61,11 @@ struct Run {
 
 // The run whose job this thread is doing, if any.
 thread_local Run* job_run = nullptr;
+
+void keep_message(std::vector<KeptMessage>& kept, FILE* stream, char const* text, size_t size) {
+  if (kept.empty() || kept.back().stream != stream) kept.push_back({stream, {}});
+  kept.back().text.append(text, size);
+}
 
 void print_messages(std::vector<KeptMessage>& messages) {
   for (KeptMessage const& m : messages) std::fwrite(m.text.data(), 1, m.text.size(), m.stream);
@@ -140,9 +145,7 @@ void job_message(Run& run, FILE* stream, char const* text, size_t size) {
     std::fwrite(text, 1, size, stream);
     return;
   }
-  if (job.messages.empty() || job.messages.back().stream != stream)
-    job.messages.push_back({keeping_job, stream, {}});
-  job.messages.back().text.append(text, size);
+  keep_message(job.messages, stream, text, size);
 }
 
 void lower_to(std::atomic<int>& value, int to) {
@@ -209,7 +212,6 @@ void make_ahead(AheadRun& run, int i) {
   AheadSlot& slot = run.slots[size_t(i)];
   MadeAhead& made = slot.made;
   keeping = &made.messages;
-  keeping_job = i;
   set_run_end_deferred(true);
   try {
     run.make(run.context, i, made.out);
@@ -302,14 +304,10 @@ void message_write(FILE* stream, char const* text, size_t size) {
     job_message(*job_run, stream, text, size);
     return;
   }
-  if (!keeping) {
+  if (keeping)
+    keep_message(*keeping, stream, text, size);
+  else
     std::fwrite(text, 1, size, stream);
-    return;
-  }
-  std::vector<KeptMessage>& kept = *keeping;
-  if (kept.empty() || kept.back().job != keeping_job || kept.back().stream != stream)
-    kept.push_back({keeping_job, stream, {}});
-  kept.back().text.append(text, size);
 }
 
 void message_puts(FILE* stream, char const* text) { message_write(stream, text, std::strlen(text)); }

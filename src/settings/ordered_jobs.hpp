@@ -52,9 +52,9 @@ void run_ordered_jobs(int count, F&& job) {
       &job);
 }
 
-// Messages kept for later, each with the job it belongs to.
+// A stretch of messages to one stream, kept for later with the job or the
+// file that printed it.
 struct KeptMessage {
-  int job;
   FILE* stream;
   std::string text;
 };
