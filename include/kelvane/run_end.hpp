@@ -12,18 +12,27 @@ enum class RunEndKind : char { assertion, error };
 struct RunEnd {
   RunEndKind kind;
   // For an assertion: the check's text, the unit and line it names and the
-  // function it names. Empty for an error, whose message is printed already.
+  // function it names. Empty for an error.
   char const* expr;
   char const* file;
   unsigned line;
   char const* function;
+  // For an error: its message as the tool prints it, "error: ...\n";
+  // empty when it was printed before the run end was called.
+  char const* message;
 };
 
-// Must not return; it is called after the run's message is on stderr.
+// Must not return. It is called after the run end's message is on stderr,
+// or, for a handler set with RunEndMessage::to_handler, instead of it.
 using RunEndHandler = void (*)(RunEnd const&);
 
+// Who tells a run end while a handler is set: the run end itself, on
+// stderr, as the tool does; or the handler, in its own words (a program
+// that turns every end into one line of its own).
+enum class RunEndMessage : char { printed, to_handler };
+
 // Sets the handler (nullptr: end the process) and returns the one before.
-RunEndHandler set_run_end_handler(RunEndHandler handler);
+RunEndHandler set_run_end_handler(RunEndHandler handler, RunEndMessage message = RunEndMessage::printed);
 
 // The assertion of the library's own checks, in the form
 // "FILE:LINE: FUNCTION: Assertion `EXPR' failed".
@@ -35,6 +44,10 @@ RunEndHandler set_run_end_handler(RunEndHandler handler);
 
 // After an error message: status 1.
 [[noreturn]] void run_end_error();
+
+// An error with its message: prints it on stderr (unless the handler tells
+// it), then status 1.
+[[noreturn]] void run_end_error(char const* message);
 
 // Called just before a run end ends the process (not when a handler takes
 // over): `exiting` for an error's exit, false for an assertion's abort.

@@ -110,12 +110,12 @@ ImportObserver observer = nullptr;
 // Pattern, table and program indices print as zz numbers, the rest in hex.
 enum class Digits : char { zz, hex };
 
-// Prints a result line and tells the observer.
+// Tells the observer, then prints a result line.
 void report_result(char const* label, Digits digits, int from, int to, ImportOutcome outcome, int track = -1) {
+  import_notify({outcome, label, from, to, track, -1});
   IdxText const f = digits == Digits::zz ? zz_text(from) : hex_text(from);
   IdxText const t = digits == Digits::zz ? zz_text(to) : hex_text(to);
   print_texts({label, " ", f.text, " -> ", t.text, "\n"});
-  import_notify({outcome, label, from, to, track, -1});
 }
 
 // ---------------------------------------------------------------------------
@@ -141,12 +141,12 @@ struct RequestFrame {
     if (kind != Kind::pattern) {
       for (auto r = open_requests.rbegin(); r != open_requests.rend() && r->kind != Kind::pattern; ++r) {
         if (r->kind != kind || r->idx != idx) continue;
-        std::fflush(stdout);
-        std::fprintf(stderr,
-                     "error: %s %s is requested again while its own import is still open: tables and "
-                     "programs refer to each other in a cycle that cannot end, nothing is saved\n",
-                     kind_word(kind), zz_text(idx).text);
-        run_end_error();
+        char message[256];
+        std::snprintf(message, sizeof message,
+                      "error: %s %s is requested again while its own import is still open: tables and "
+                      "programs refer to each other in a cycle that cannot end, nothing is saved\n",
+                      kind_word(kind), zz_text(idx).text);
+        run_end_error(message);
       }
     }
     open_requests.push_back({kind, idx});
@@ -189,10 +189,11 @@ void store_zz(Cell& cell, int result) {
 // anything is saved, so that no half-imported project is ever written.
 int take_new_slot(int& allocated, int capacity, char const* kind) {
   if (allocated < capacity) return allocated++;
-  std::fflush(stdout);
-  std::fprintf(stderr, "error: the target project has no free %s slot left (all %d are in use), nothing is saved\n",
-               kind, capacity);
-  run_end_error();
+  char message[256];
+  std::snprintf(message, sizeof message,
+                "error: the target project has no free %s slot left (all %d are in use), nothing is saved\n", kind,
+                capacity);
+  run_end_error(message);
 }
 
 void fix_reference(ImportContext const& c, TableIdx& cell);
@@ -408,8 +409,8 @@ void fix_memory_entry(IndexMap<N>& map, char const* label, char const* no_room, 
     cell = Cell::from_value(slot);
     return;
   }
-  std::fprintf(stderr, no_room, idx);
   import_notify({ImportOutcome::no_room, label, idx, idx, -1, -1});
+  std::fprintf(stderr, no_room, idx);
 }
 
 template <class Entry>
@@ -580,10 +581,8 @@ int import_fx_patch(ImportContext const& c, int idx) {
       slot = i;
     }
     if (slot < 0) {
-      std::fflush(stdout);
-      std::fputs("error: could not find empty slot for fx patch memory!\n", stderr);
       import_notify({ImportOutcome::no_room, "FXPatchIdx", idx, -1, -1, -1});
-      run_end_error();
+      run_end_error("error: could not find empty slot for fx patch memory!\n");
     }
     bytes_copy(tgt->fx_parameters[slot], parameters);
     tgt->fx_srr_callback[slot] = callback;
@@ -724,6 +723,14 @@ void import_prematch(Project const* src, Project const* tgt) {
 
 int import_pattern(Project* tgt, Project const* src, int track_tgt, int track_src, int pattern_idx) {
   return import_record<PatternKind>(ImportContext{tgt, src, track_tgt, track_src}, pattern_idx);
+}
+
+int import_patch(Project* tgt, Project const* src, int track_tgt, int track_src, int patch_idx) {
+  return import_patch(ImportContext{tgt, src, track_tgt, track_src}, patch_idx);
+}
+
+int import_fx_patch(Project* tgt, Project const* src, int track_tgt, int track_src, int fx_patch_idx) {
+  return import_fx_patch(ImportContext{tgt, src, track_tgt, track_src}, fx_patch_idx);
 }
 
 }  // namespace kelvane

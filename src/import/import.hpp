@@ -31,6 +31,10 @@ struct ImportEvent {
   int line;   // the sequencer line of a placement, else -1
 };
 
+// An observer hears of each outcome before the engine prints its line or
+// message about it. A program for which a no_room ends its run may leave
+// the import there by throwing: the engine's own words are not printed, and
+// its open requests unwind.
 using ImportObserver = void (*)(ImportEvent const&);
 
 // Sets the observer (nullptr: none) and returns the one before.
@@ -51,5 +55,19 @@ void import_prematch(Project const* src, Project const* tgt);
 // Brings source pattern `pattern_idx` into the target and returns its
 // target index. `track_src` may be -1: no source track is known.
 int import_pattern(Project* tgt, Project const* src, int track_tgt, int track_src, int pattern_idx);
+
+// Brings patch `patch_idx` of source track `track_src`, with the programs
+// it calls, into target track `track_tgt`: an equal slot is reused, else
+// the first free slot from 1 on is taken. Returns the slot; -1 when the
+// target track has none free (a reference would name patch 0); the index
+// itself when a track number is negative. The result line of a reused
+// patch is printed twice.
+int import_patch(Project* tgt, Project const* src, int track_tgt, int track_src, int patch_idx);
+
+// Brings FX patch `fx_patch_idx`, with the program its callback calls,
+// into the target: an equal slot is reused, else the first free slot is
+// taken. A target without one ends the run with status 1. The track
+// numbers serve the patch references of the programs it brings.
+int import_fx_patch(Project* tgt, Project const* src, int track_tgt, int track_src, int fx_patch_idx);
 
 }  // namespace kelvane

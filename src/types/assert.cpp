@@ -13,12 +13,16 @@ namespace kelvane {
 namespace {
 
 RunEndHandler handler = nullptr;
+RunEndMessage handler_message = RunEndMessage::printed;
 ProcessEndHook process_end_hook = nullptr;
 thread_local bool deferred = false;
 
 void before_process_end(bool exiting) {
   if (process_end_hook) process_end_hook(exiting);
 }
+
+// True when the run end's own message goes to stderr.
+bool prints_message() { return !handler || handler_message == RunEndMessage::printed; }
 
 [[noreturn]] void hand_over(RunEnd const& end) {
   handler(end);
@@ -46,9 +50,10 @@ void raise_run_end(DeferredRunEnd const& end) {
   run_end_error();
 }
 
-RunEndHandler set_run_end_handler(RunEndHandler h) {
+RunEndHandler set_run_end_handler(RunEndHandler h, RunEndMessage message) {
   RunEndHandler const before = handler;
   handler = h;
+  handler_message = message;
   return before;
 }
 
@@ -57,8 +62,8 @@ void run_end_assertion(char const* expr, char const* file, unsigned line, char c
   // What the run printed so far reaches its stream first: the progress
   // lines tell which request failed.
   std::fflush(stdout);
-  std::fprintf(stderr, "%s:%u: %s: Assertion `%s' failed\n", file, line, function, expr);
-  if (handler) hand_over({RunEndKind::assertion, expr, file, line, function});
+  if (prints_message()) std::fprintf(stderr, "%s:%u: %s: Assertion `%s' failed\n", file, line, function, expr);
+  if (handler) hand_over({RunEndKind::assertion, expr, file, line, function, ""});
   before_process_end(false);
   std::abort();
 }
@@ -70,15 +75,24 @@ void run_end_c_assertion(char const* expr, char const* file, unsigned line, char
     before_process_end(false);
     __assert_fail(expr, file, line, function);
   }
-  std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name, file, line,
-               function, expr);
-  hand_over({RunEndKind::assertion, expr, file, line, function});
+  if (prints_message())
+    std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name, file, line,
+                 function, expr);
+  hand_over({RunEndKind::assertion, expr, file, line, function, ""});
 }
 
 void run_end_error() {
   if (deferred) throw DeferredRunEnd{RunEndWay::error, "", "", 0, ""};
   std::fflush(stdout);
-  if (handler) hand_over({RunEndKind::error, "", "", 0, ""});
+  if (handler) hand_over({RunEndKind::error, "", "", 0, "", ""});
+  before_process_end(true);
+  std::exit(1);
+}
+
+void run_end_error(char const* message) {
+  std::fflush(stdout);
+  if (prints_message()) std::fputs(message, stderr);
+  if (handler) hand_over({RunEndKind::error, "", "", 0, "", message});
   before_process_end(true);
   std::exit(1);
 }
