@@ -3,7 +3,8 @@
 //
 // A case directory holds:
 //   args              the arguments, one per line (argv[0] is the binary's
-//                     file name: "project_manager", "project_inspect")
+//                     file name: "project_manager", "project_inspect",
+//                     "project_patch")
 //   setup             optional: lines "mkdir P", "file P" (an empty file) or
 //                     "rm P", applied to the work directory before the run
 //   src/, tgt/        optional: the source and target project trees
