@@ -72,6 +72,16 @@ void follow_progress(Progress& p, ImportEvent const& e) {
   }
 }
 
+void ImportStory::record(ImportEvent const& e) {
+  follow_progress(progress, e);
+  switch (e.outcome) {
+    case ImportOutcome::started:
+    case ImportOutcome::importing:
+    case ImportOutcome::requested: break;
+    default: events.push_back(e); break;
+  }
+}
+
 // Why a run ended, in plain words.
 std::string explain_end(RunEnd const& end, Progress const& p, Project const* src, int track_src, int track_tgt,
                         Project const* tgt) {

@@ -54,6 +54,14 @@ struct Progress {
 // Keeps `p` up to date with an event of the engine.
 void follow_progress(Progress& p, ImportEvent const& e);
 
+// What an import did: its progress, and its results in the order they came
+// (every event but the start, the driver's patterns and the requests).
+struct ImportStory {
+  Progress progress;
+  std::vector<ImportEvent> events;
+  void record(ImportEvent const& e);
+};
+
 // Why a run ended, in plain words; the tracks are those of the import.
 std::string explain_end(RunEnd const& end, Progress const& p, Project const* src, int track_src, int track_tgt,
                         Project const* tgt);

@@ -71,21 +71,8 @@ struct Silence {
 // ---------------------------------------------------------------------------
 // Preview.
 
-struct Preview {
-  Progress progress;
-  std::vector<ImportEvent> events;
-};
-Preview preview;
-
-void record_event(ImportEvent const& e) {
-  follow_progress(preview.progress, e);
-  switch (e.outcome) {
-    case ImportOutcome::started:
-    case ImportOutcome::importing:
-    case ImportOutcome::requested: break;
-    default: preview.events.push_back(e); break;
-  }
-}
+ImportStory preview;
+void record_event(ImportEvent const& e) { preview.record(e); }
 
 int run_preview(cxxopts::ParseResult const& result) {
   set_import_observer(record_event);

@@ -144,27 +144,16 @@ struct NoRoom {
   ImportEvent event;
 };
 
-struct Story {
-  Progress progress;
-  std::vector<ImportEvent> events;
-  // The last patch or FX patch result: created, or repeated for a reused
-  // one.
-  ImportOutcome last_outcome = ImportOutcome::created;
-};
-Story story;
+ImportStory story;
 
 void record_event(ImportEvent const& e) {
-  follow_progress(story.progress, e);
-  switch (e.outcome) {
-    case ImportOutcome::started:
-    case ImportOutcome::importing:
-    case ImportOutcome::requested: return;
-    case ImportOutcome::no_room: throw NoRoom{e};
-    default: break;
-  }
-  story.events.push_back(e);
-  story.last_outcome = e.outcome;
+  if (e.outcome == ImportOutcome::no_room) throw NoRoom{e};
+  story.record(e);
 }
+
+// Whether the patch or FX patch just brought was found equal in the target:
+// its last result line is then the second one of a reused slot.
+bool last_was_reused() { return !story.events.empty() && story.events.back().outcome == ImportOutcome::repeated; }
 
 // What the run is doing, for the error line: the load under way, or the
 // patch or FX patch being brought ("patch 03 of source track 1").
@@ -333,14 +322,14 @@ int run(Request& r) {
     std::printf("bringing patch %s of track %d to track %d\n", hex2(idx).c_str(), r.source_track, r.target_track);
     doing = {"patch " + hex2(idx) + " of source track " + std::to_string(r.source_track), "PatchIdx", idx};
     int const to = import_patch(&prj_tgt, &prj_src, r.target_track, r.source_track, idx);
-    patches.push_back({idx, to, story.last_outcome == ImportOutcome::repeated});
+    patches.push_back({idx, to, last_was_reused()});
   }
   std::vector<Brought> fx;
   for (int idx : r.fx_patches) {
     std::printf("bringing FX patch %s\n", hex2(idx).c_str());
     doing = {"FX patch " + hex2(idx), "FXPatchIdx", idx};
     int const to = import_fx_patch(&prj_tgt, &prj_src, r.target_track, r.source_track, idx);
-    fx.push_back({idx, to, story.last_outcome == ImportOutcome::repeated});
+    fx.push_back({idx, to, last_was_reused()});
   }
 
   // A pattern that a program operand brought along, or one the target
