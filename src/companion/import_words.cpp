@@ -190,10 +190,23 @@ for (ImportEvent const& e : events) {
 }
 }
 
-void print_summary_block(char const* word, Lines const& summary, Lines const& problems, bool saves) {
-  std::printf("--- %s: nothing was written ---\n", word);
+namespace {
+std::string wrapped(bool on, char const* code, std::string const& text) {
+  return on ? std::string("\033[") + code + "m" + text + "\033[0m" : text;
+}
+}  // namespace
+
+std::string Style::heading(std::string const& text) const { return wrapped(colour, "1", text); }
+std::string Style::fresh(std::string const& text) const { return wrapped(colour, "32", text); }
+std::string Style::problem(std::string const& text) const { return wrapped(colour, "31", text); }
+
+void print_summary(char const* word, Lines const& summary, Lines const& problems, Style const& style) {
+  std::printf("%s\n", style.heading(std::string("--- ") + word + ": nothing was written ---").c_str());
   for (std::string const& l : summary.lines) std::printf("%s\n", l.c_str());
-  for (std::string const& l : problems.lines) std::printf("problem: %s\n", l.c_str());
+  for (std::string const& l : problems.lines) std::printf("%s\n", style.problem("problem: " + l).c_str());
+}
+
+void print_verdict(bool saves) {
   std::printf(saves ? "the real run would save the target\n" : "the real run would not save the target\n");
 }
 

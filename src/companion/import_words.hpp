@@ -73,10 +73,20 @@ std::string end_words(RunEnd const& end);
 // "sequencer cell line 04 of track 00 = 02"), and the problems it met.
 void summarize_events(std::vector<ImportEvent> const& events, Project const* tgt, Lines& summary, Lines& problems);
 
-// Prints the block that follows a run which wrote nothing: a head line
-// ("--- preview: nothing was written ---" for word "preview"), the summary,
-// each problem, and whether the real run saves.
-void print_summary_block(char const* word, Lines const& summary, Lines const& problems, bool saves);
+// How text reaches a terminal: with the escape codes of colour, or plain.
+struct Style {
+  bool colour = false;
+  std::string heading(std::string const& text) const;  // bold
+  std::string fresh(std::string const& text) const;    // green: what a run adds
+  std::string problem(std::string const& text) const;  // red
+};
+
+// Prints what follows a run which wrote nothing: a head line ("--- preview:
+// nothing was written ---" for word "preview"), the summary, and each
+// problem.
+void print_summary(char const* word, Lines const& summary, Lines const& problems, Style const& style = {});
+// The last line: whether the real run saves.
+void print_verdict(bool saves);
 
 // A pattern of the target that the save cannot write: its kind is none of
 // the nine.

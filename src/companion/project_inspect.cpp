@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -25,6 +26,7 @@
 #include <cxxopts.hpp>
 
 #include "companion/import_words.hpp"
+#include "companion/song_grid.hpp"
 #include "import/command_line.hpp"
 #include "import/deep_stack.hpp"
 #include "import/driver.hpp"
@@ -71,8 +73,50 @@ struct Silence {
 // ---------------------------------------------------------------------------
 // Preview.
 
+// How the output reaches the terminal.
+Style style;
+
+// Views of the sequencer: the target as the loads left it, and as it would
+// be after the run; the report's song.
+SongView song_before;
+SongView song_after;
+SongView song;
+
 ImportStory preview;
-void record_event(ImportEvent const& e) { preview.record(e); }
+void record_event(ImportEvent const& e) {
+  preview.record(e);
+  if (e.outcome == ImportOutcome::started) song_view_set(song_before, prj_tgt.sequencer);
+}
+
+// The lines of the target that the run writes or finds taken, with two
+// lines around them, as they are now and as they would be.
+void draw_before_after() {
+  song_view_set(song_after, prj_tgt.sequencer);
+  int first = kSequencerLines;
+  int last = -1;
+  for (ImportEvent const& e : preview.events) {
+    bool const placed = e.outcome == ImportOutcome::placed;
+    if (!(placed || e.outcome == ImportOutcome::dropped) || e.line < 0 || e.line >= kSequencerLines ||
+        e.track < 0 || e.track >= kNumTracks)
+      continue;
+    CellMark mark = placed ? CellMark::fresh : CellMark::taken;
+    // The save keeps only cells whose pattern has the track's kind.
+    if (placed && e.to >= 0 && e.to < kNumPatterns &&
+        prj_tgt.patterns[e.to].type.stored != prj_tgt.track_settings[e.track].type.stored)
+      mark = CellMark::save_empties;
+    song_after.marks[e.line][e.track] = mark;
+    first = std::min(first, e.line);
+    last = std::max(last, e.line);
+  }
+  if (last < 0) return;
+  first = std::max(first - 2, 0);
+  last = std::min(last + 2, kSequencerLines - 1);
+  std::printf("%s\n", style.heading("the target's sequencer now, lines " + hex2(first) + " to " + hex2(last) + ":").c_str());
+  draw_song(&prj_tgt, song_before, first, last, style, &song_after);
+  std::printf("%s\n", style.heading("after the run:").c_str());
+  draw_song(&prj_tgt, song_after, first, last, style, &song_before);
+  draw_marks_legend(song_after, first, last, style);
+}
 
 int run_preview(cxxopts::ParseResult const& result) {
   set_import_observer(record_event);
@@ -116,7 +160,9 @@ int run_preview(cxxopts::ParseResult const& result) {
     }
   }
 
-  print_summary_block("preview", summary, problems, saves);
+  print_summary("preview", summary, problems, style);
+  if (saves) draw_before_after();
+  print_verdict(saves);
   return saves ? 0 : 1;
 }
 
@@ -167,8 +213,9 @@ void report_tracks(Project* p) {
   }
 }
 
-// Sequencer cells that the file holds and the load emptied.
-void find_purged_cells(Project const* p, char const* dir, Lines& problems) {
+// Sequencer cells that the file holds and the load emptied: told as
+// problems, and shown in the song with their mark.
+void find_purged_cells(Project const* p, char const* dir, Lines& problems, SongView& song) {
   {
     Silence quiet;
     bytes_clear(prj_scratch.sequencer);
@@ -178,6 +225,8 @@ void find_purged_cells(Project const* p, char const* dir, Lines& problems) {
     for (int t = 0; t < kNumTracks; ++t) {
       PatternIdx const raw = prj_scratch.sequencer[l][t];
       if (!raw.has_number() || p->sequencer[l][t].has_number()) continue;
+      song.cells[l][t] = raw;
+      song.marks[l][t] = CellMark::load_empties;
       int const idx = raw.value();
       std::string const cell = "sequencer line " + hex2(l) + " of track " + hex2(t) + ": ";
       if (idx < 0)
@@ -239,6 +288,21 @@ int run_report(char const* dir) {
   std::printf("patterns: %d, tables: %d, programs: %d (of %d each)\n", p->allocated_patterns, p->allocated_tables,
               p->allocated_programs, kNumPatterns);
   report_tracks(p);
+
+  Lines problems;
+  song_view_set(song, p->sequencer);
+  find_purged_cells(p, dir, problems, song);
+  int first = 0;
+  int last = 0;
+  if (song_view_range(song, first, last)) {
+    std::string const lines = first == last ? "line " + hex2(first) : "lines " + hex2(first) + " to " + hex2(last);
+    std::printf("%s\n", style.heading("song: " + lines + " in use, of 00 to " + hex2(kSequencerLines - 1)).c_str());
+    draw_song(p, song, first, last, style);
+    draw_marks_legend(song, first, last, style);
+  } else {
+    std::printf("%s\n", style.heading("song: no line in use").c_str());
+  }
+
   print_in_use("FX patches", kNumFXPatches, [&](int i) { return fx_patch_in_use(p, i); },
                [&](int i) { return hex2(i) + " \"" + name_of(p->fx_patch_names[i]) + "\""; });
   print_in_use("chord memory", kNumChordMemory, [&](int i) { return !project_chord_is_initial(p, i); },
@@ -249,40 +313,114 @@ int run_report(char const* dir) {
                [&](int i) { return !project_program_variable_is_initial(p, i); },
                [&](int i) { return hex2(i) + " \"" + name_of(p->program_variables[i].name) + "\""; });
 
-  Lines problems;
-  find_purged_cells(p, dir, problems);
   find_import_ends(p, problems);
   if (problems.lines.empty()) {
-    std::printf("problems an import would trip over: none\n");
+    std::printf("%s\n", style.heading("problems an import would trip over: none").c_str());
   } else {
-    std::printf("problems an import would trip over:\n");
-    for (std::string const& l : problems.lines) std::printf("  %s\n", l.c_str());
+    std::printf("%s\n", style.heading("problems an import would trip over:").c_str());
+    for (std::string const& l : problems.lines) std::printf("  %s\n", style.problem(l).c_str());
   }
   return 0;
+}
+
+
+// The files and folders of a project; a directory with none of them holds
+// no project.
+bool holds_a_project(std::filesystem::path const& dir) {
+  static constexpr char const* kNames[] = {"project_settings.txt", "sequencer.txt", "chord_memory.txt",
+                                           "modulation_memory.txt", "patterns", "tables", "programs",
+                                           "program_variables", "fx_patches"};
+  std::error_code ec;
+  for (char const* name : kNames)
+    if (std::filesystem::exists(dir / name, ec)) return true;
+  for (int t = 0; t < kNumTracks; ++t) {
+    char name[16];
+    std::snprintf(name, sizeof name, "track_%02d", t);
+    if (std::filesystem::exists(dir / name, ec)) return true;
+  }
+  return false;
+}
+
+// Why DIR cannot be reported on; empty if it can.
+std::string no_project(std::string const& dir) {
+  std::error_code ec;
+  std::filesystem::file_status const status = std::filesystem::status(dir, ec);
+  if (!std::filesystem::exists(status)) return "`" + dir + "' does not exist: give the directory of a tracker project";
+  if (!std::filesystem::is_directory(status))
+    return "`" + dir + "' is not a directory: give the directory of a tracker project";
+  if (!holds_a_project(dir))
+    return "`" + dir + "' holds none of a tracker project's files (project_settings.txt, sequencer.txt, patterns/, "
+           "track_00/, ...): give the directory of a tracker project";
+  return "";
+}
+
+// The options of a run, any of which asks for the preview.
+bool has_run_options(cxxopts::ParseResult const& result) {
+  for (char const* name :
+       {"source_track", "target_track", "seq_target_offset", "project_src", "project_tgt", "pattern", "whole_track"})
+    if (result.count(name)) return true;
+  return false;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   ensure_deep_stack(argv);
-  if (argc == 2 && argv[1][0] != '-') return run_report(argv[1]);
-
   cxxopts::Options options(argv[0],
                            "kelvane tracker project inspector\n\n"
-                           "  project_inspect DIR\n"
+                           "  project_inspect [--color WHEN] DIR\n"
                            "      reports on the project in DIR: tracks and the patterns their\n"
-                           "      sequencer columns hold, slots in use and free, and the problems\n"
-                           "      an import of its patterns would trip over\n"
-                           "  project_inspect OPTIONS\n"
+                           "      sequencer columns hold, the song as the sequencer lays it out,\n"
+                           "      slots in use and free, and the problems an import of its\n"
+                           "      patterns would trip over\n"
+                           "  project_inspect [--color WHEN] OPTIONS\n"
                            "      with the options of project_manager: carries out that import on\n"
                            "      the loaded projects, writes nothing, prints what project_manager\n"
-                           "      would print and then what it would do; status 0 when the real\n"
-                           "      run would save the target, 1 otherwise\n");
+                           "      would print and then what it would do, with the target's lines\n"
+                           "      it touches before and after; status 0 when the real run would\n"
+                           "      save the target, 1 otherwise\n");
   add_run_options(options);
+  // clang-format off
+  options.add_options()
+    ("color", "colour on a terminal: auto, always or never (NO_COLOR set: auto is never)",
+       cxxopts::value<std::string>()->default_value("auto"))
+    ("dir", "project directory", cxxopts::value<std::vector<std::string>>());
+  // clang-format on
+  options.parse_positional({"dir"});
+  options.positional_help("DIR");
   cxxopts::ParseResult const result = options.parse(argc, argv);
   if (result.count("help")) {
     std::printf("%s\n", options.help().c_str());
     return 0;
   }
-  return run_preview(result);
+
+  std::string const when = result["color"].as<std::string>();
+  if (when != "auto" && when != "always" && when != "never") {
+    std::fprintf(stderr, "error: --color takes auto, always or never, not `%s'\n", when.c_str());
+    return 1;
+  }
+  char const* const no_color = std::getenv("NO_COLOR");
+  style.colour = when == "always" || (when == "auto" && isatty(1) && !(no_color && *no_color));
+
+  std::vector<std::string> const dirs =
+      result.count("dir") ? result["dir"].as<std::vector<std::string>>() : std::vector<std::string>{};
+  bool const run = has_run_options(result);
+  std::string hint;
+  if (dirs.size() == 1 && !run) {
+    std::string const why = no_project(dirs[0]);
+    if (why.empty()) return run_report(dirs[0].c_str());
+    std::fprintf(stderr, "error: %s\n", why.c_str());
+    return 1;
+  }
+  if (dirs.empty() && run) return run_preview(result);
+  if (dirs.empty())
+    hint = "give a project directory to report on, or the options of a run to preview";
+  else if (run)
+    hint = "`" + dirs[0] + "' with the options of a run: give a project directory or the options of a run, not both";
+  else
+    hint = "project_inspect reports on one project at a time (`" + dirs[1] + "' is one too many); to preview an "
+           "import from `" + dirs[0] + "' into `" + dirs[1] + "', give the options of a run: --project_src " + dirs[0] +
+           " --project_tgt " + dirs[1] + " --target_track N ...";
+  std::fprintf(stderr, "error: %s\n%s\n", hint.c_str(), options.help().c_str());
+  return 1;
 }

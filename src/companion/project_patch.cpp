@@ -346,7 +346,8 @@ int run(Request& r) {
     Lines problems;
     summarize_events(story.events, &prj_tgt, lines, problems);
     lines.add(summary);
-    print_summary_block("dry run", lines, problems, true);
+    print_summary("dry run", lines, problems);
+    print_verdict(true);
   } else {
     project_save(&prj_tgt, r.tgt_dir.c_str());
     std::printf("%s\n", summary.c_str());

@@ -21,20 +21,23 @@ IdxText idx_text(PatternIdx idx) {
 bool track_in_range(int track) { return track >= 0 && track < kNumTracks; }
 
 // Writes an imported pattern into the target's sequencer and reports it.
-void place_pattern(Project* tgt, int track, int line, PatternIdx idx) {
+// A line outside the column stores nothing; `wanted` is the line the
+// pattern was meant for (the taken cell of a no room).
+void place_pattern(Project* tgt, int track, int line, PatternIdx idx, int wanted) {
   std::printf("sequencer(%02x, %02x) = %s\n", unsigned(track), unsigned(line), idx_text(idx).text);
   int const to = idx.has_number() ? idx.value() : -1;
   if (track_in_range(track) && line >= 0 && line < kSequencerLines) {
     tgt->sequencer[line][track] = idx;
     import_notify({ImportOutcome::placed, "sequencer", -1, to, track, line});
   } else {
-    import_notify({ImportOutcome::dropped, "sequencer", -1, to, track, line});
+    import_notify({ImportOutcome::dropped, "sequencer", -1, to, track, wanted});
   }
 }
 
-// A source pattern that finds no cell in the target column.
-void drop_pattern(int track, int source, int target) {
-  import_notify({ImportOutcome::dropped, "sequencer", source, target, track, -1});
+// A source pattern that finds no cell in the target column: the cell at
+// `line` is taken, or the column ends before its turn (line -1).
+void drop_pattern(int track, int source, int target, int line = -1) {
+  import_notify({ImportOutcome::dropped, "sequencer", source, target, track, line});
 }
 
 // The source cells from `from_line` on that are never brought over.
@@ -73,10 +76,10 @@ void import_list(Project* tgt, Project const* src, ImportRequest const& r) {
     if (!track_in_range(r.target_track)) continue;
     int const line = target_line(tgt, r.target_track, r.seq_target_offset);
     if (line == kNoRoom || line >= kSequencerLines) {
-      drop_pattern(r.target_track, idx, imported.value());
+      drop_pattern(r.target_track, idx, imported.value(), target_line_wanted(tgt, r.target_track, r.seq_target_offset));
       continue;
     }
-    place_pattern(tgt, r.target_track, line, imported);
+    place_pattern(tgt, r.target_track, line, imported, line);
   }
 }
 
@@ -84,6 +87,7 @@ void import_whole_track(Project* tgt, Project const* src, ImportRequest const& r
   int const source_track = r.source_track;
   int const target_track = r.target_track;
   int line = track_in_range(target_track) ? target_line(tgt, target_track, r.seq_target_offset) : kSequencerLines;
+  int const wanted = track_in_range(target_track) ? target_line_wanted(tgt, target_track, r.seq_target_offset) : line;
   if (!track_in_range(source_track)) return;
   int first = 0;
   while (first < kSequencerLines && src->sequencer[first][source_track].is_empty()) ++first;
@@ -106,14 +110,14 @@ void import_whole_track(Project* tgt, Project const* src, ImportRequest const& r
     previous_empty = false;
     // The magic cell names no pattern: it travels as it is.
     if (cell.is_magic()) {
-      place_pattern(tgt, target_track, line, cell);
+      place_pattern(tgt, target_track, line, cell, wanted);
       ++line;
       continue;
     }
     import_notify({ImportOutcome::importing, "pattern", cell.value(), -1, target_track, -1});
     PatternIdx const imported =
         PatternIdx::from_value(import_pattern(tgt, src, target_track, source_track, cell.value()));
-    place_pattern(tgt, target_track, line, imported);
+    place_pattern(tgt, target_track, line, imported, wanted);
     ++line;
   }
   drop_rest(src, source_track, target_track, src_line);
@@ -122,6 +126,12 @@ void import_whole_track(Project* tgt, Project const* src, ImportRequest const& r
 }  // namespace
 
 int target_line(Project const* tgt, int track, int seq_target_offset) {
+  int const line = target_line_wanted(tgt, track, seq_target_offset);
+  if (line < kSequencerLines && !tgt->sequencer[line][track].is_empty()) return kNoRoom;
+  return line;
+}
+
+int target_line_wanted(Project const* tgt, int track, int seq_target_offset) {
   int const o = seq_target_offset < 0 ? 0 : seq_target_offset;
   int c = kSequencerLines - 1;
   if (seq_target_offset <= kSequencerLines - 1) {
@@ -135,9 +145,7 @@ int target_line(Project const* tgt, int track, int seq_target_offset) {
     }
     if (!found) c = (o < kSequencerLines - 1 ? o : kSequencerLines - 1) - 1;
   }
-  int const line = c > o ? c : o;
-  if (line < kSequencerLines && !tgt->sequencer[line][track].is_empty()) return kNoRoom;
-  return line;
+  return c > o ? c : o;
 }
 
 int find_source_track(Project const* src, int idx) {

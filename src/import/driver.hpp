@@ -28,6 +28,8 @@ constexpr int kNoRoom = -1;
 // the last used line the scan sees, but not above the offset. kNoRoom if
 // that cell is taken.
 int target_line(Project const* tgt, int track, int seq_target_offset);
+// The same line before the test whether its cell is free.
+int target_line_wanted(Project const* tgt, int track, int seq_target_offset);
 
 // The lowest track whose sequencer column holds pattern `idx`; -1 if none.
 int find_source_track(Project const* src, int idx);

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""For every end-to-end case of project_manager that ends with status 0, runs
+"""For every end-to-end case of project_manager that ends with status 0 (but
+those with bare words on the command line, which the preview refuses), runs
 project_inspect with the same arguments on one copy of the case and
 project_manager on another, and checks that
 
@@ -58,6 +59,21 @@ def run(binary, args, cwd):
     return r.returncode, r.stdout, r.stderr
 
 
+def bare_words(args):
+    """The arguments that are neither an option nor an option's value."""
+    with_value = {'--source_track', '--target_track', '--seq_target_offset', '--project_src', '--project_tgt',
+                  '-p', '--pattern'}
+    bare, i = [], 0
+    while i < len(args):
+        if args[i] in with_value:
+            i += 2
+            continue
+        if not args[i].startswith('-'):
+            bare.append(args[i])
+        i += 1
+    return bare
+
+
 def zz_value(text):
     return int(text, 36)
 
@@ -72,6 +88,10 @@ for name in sorted(os.listdir(cases_dir)):
     if args and args[-1] == '':
         args.pop()
     if any(a in ('-h', '--help') or a.startswith('-h') and not a.startswith('--') for a in args):
+        continue
+    # project_manager passes over bare words; the preview refuses them, since
+    # a bare word is how its report form names a directory.
+    if bare_words(args):
         continue
     checked += 1
     preview_work = os.path.join(work_root, name, 'preview')
