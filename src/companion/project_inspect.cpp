@@ -281,7 +281,18 @@ void find_import_ends(Project const* p, Lines& problems) {
 }
 
 int run_report(char const* dir) {
-  project_load(&prj_src, dir);
+  // A load that would end the process ends the report with one line.
+  set_run_end_handler(throw_run_end, RunEndMessage::to_handler);
+  try {
+    project_load(&prj_src, dir);
+  } catch (RunEnded const& e) {
+    set_run_end_handler(nullptr);
+    std::fflush(stdout);
+    std::fprintf(stderr, "error: loading %s: %s; there is nothing to report\n", dir,
+                 explain_end(e.end, Progress{}, &prj_src, -1, -1, &prj_src).c_str());
+    return 1;
+  }
+  set_run_end_handler(nullptr);
   Project* p = &prj_src;
   std::fflush(stderr);
   std::printf("project %s\n", dir);
