@@ -428,6 +428,9 @@ int main(int argc, char** argv) {
     hint = "give a project directory to report on, or the options of a run to preview";
   else if (run)
     hint = "`" + dirs[0] + "' with the options of a run: give a project directory or the options of a run, not both";
+  else if (dirs.size() > 2)
+    hint = "project_inspect reports on one project at a time (" + std::to_string(dirs.size()) +
+           " directories are given): give one";
   else
     hint = "project_inspect reports on one project at a time (`" + dirs[1] + "' is one too many); to preview an "
            "import from `" + dirs[0] + "' into `" + dirs[1] + "', give the options of a run: --project_src " + dirs[0] +
