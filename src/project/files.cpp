@@ -4,13 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <deque>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "project/project.hpp"
-#include "settings/ordered_jobs.hpp"
 
 namespace kelvane {
 
@@ -27,7 +24,6 @@ struct DirectoryListing {
   std::string dir;
   ListingState state;
   std::vector<std::string> names;  // sorted
-  std::vector<std::string> regular;  // sorted: the names of plain files
 };
 
 // Names are compared in ASCII lower case, so that a file system that
@@ -42,7 +38,7 @@ bool fold_name(std::string& name) {
 }
 
 DirectoryListing list_directory(std::string const& dir) {
-  DirectoryListing listing{dir, ListingState::unknown, {}, {}};
+  DirectoryListing listing{dir, ListingState::unknown, {}};
   DIR* d = opendir(dir.empty() ? "." : dir.c_str());
   if (!d) {
     // A directory that is not there, or a path through a file: every open
@@ -55,62 +51,42 @@ DirectoryListing list_directory(std::string const& dir) {
   while (dirent const* entry = readdir(d)) {
     std::string name = entry->d_name;
     plain = fold_name(name) && plain;
-    if (entry->d_type == DT_REG) listing.regular.push_back(name);
     listing.names.push_back(std::move(name));
   }
   bool const complete = errno == 0;
   closedir(d);
   if (!complete || !plain) return listing;
   std::sort(listing.names.begin(), listing.names.end());
-  std::sort(listing.regular.begin(), listing.regular.end());
   listing.state = ListingState::listed;
   return listing;
 }
 
-// The listings of the load in progress; none outside a load. A load reads
-// its slot files on two threads: a listing, once made, stays where it is.
+// The listings of the load in progress; none outside a load.
 bool listings_active = false;
-std::deque<DirectoryListing> listings;
-std::mutex listings_mutex;
+std::vector<DirectoryListing> listings;
 
 DirectoryListing const& listing_of(std::string const& dir) {
-  std::lock_guard<std::mutex> const lock(listings_mutex);
   for (DirectoryListing const& l : listings)
     if (l.dir == dir) return l;
   listings.push_back(list_directory(dir));
   return listings.back();
 }
 
-// What a listing says of a file.
-enum class Listed {
-  missing,  // its open would certainly fail
-  plain,    // a plain file, under that name and no other that folds to it
-  other,    // anything else: a link, a pipe, a device, or not known
-};
-
-Listed look_up(std::filesystem::path const& file) {
-  if (!listings_active) return Listed::other;
+// False only if the open of `file` would certainly fail.
+bool may_open(std::filesystem::path const& file) {
+  if (!listings_active) return true;
   DirectoryListing const& listing = listing_of(file.parent_path().native());
-  if (listing.state == ListingState::unknown) return Listed::other;
-  if (listing.state == ListingState::missing) return Listed::missing;
+  if (listing.state == ListingState::unknown) return true;
+  if (listing.state == ListingState::missing) return false;
   std::string name = file.filename().native();
-  if (!fold_name(name)) return Listed::other;
-  auto const [from, to] = std::equal_range(listing.names.begin(), listing.names.end(), name);
-  if (from == to) return Listed::missing;
-  auto const [plain_from, plain_to] = std::equal_range(listing.regular.begin(), listing.regular.end(), name);
-  return plain_to - plain_from == to - from ? Listed::plain : Listed::other;
+  if (!fold_name(name)) return true;
+  return std::binary_search(listing.names.begin(), listing.names.end(), name);
 }
 
 }  // namespace
 
 bool open_for_reading(std::filesystem::path const& file, LineReader& reader) {
-  Listed const listed = look_up(file);
-  if (listed == Listed::missing) return false;
-  // A load may read its files on two threads. Opening anything but a plain
-  // file may block (a pipe with no writer) or take lines away from another
-  // reader of the same stream: that waits until every file before it is
-  // read, as it would have when they were read one after the other.
-  if (listed != Listed::plain) wait_for_turn();
+  if (!may_open(file)) return false;
   return reader.open(file.c_str());
 }
 

@@ -5,12 +5,12 @@ namespace kelvane {
 bool split_step_line(char const* line, int step_count, StepLine* out) {
   char raw[kLineSize];
   if (scan_step_fields(line, &out->step, out->key, &out->column, raw) != 4) {
-    message_printf(stderr, "could not parse step: '%s'\n", line);
+    std::fprintf(stderr, "could not parse step: '%s'\n", line);
     return false;
   }
   unescape_setting_text(raw, out->value, kLineSize);
   if (out->step < 0 || out->step >= step_count) {
-    message_puts(stderr, "warning, incorrect step idx found\n");
+    std::fputs("warning, incorrect step idx found\n", stderr);
     return false;
   }
   char const* key = op_code_key_upgrade(out->key);

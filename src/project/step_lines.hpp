@@ -15,7 +15,6 @@
 #include "kelvane/types.hpp"
 #include "project/files.hpp"
 #include "settings/dialog.hpp"
-#include "settings/ordered_jobs.hpp"
 
 namespace kelvane {
 
@@ -116,7 +115,7 @@ void read_step_lines(LineReader& file, Step* steps, int count, int version) {
           auto one = [&](auto const& field) {
             if (l.key[0] != field.key[0] || std::strcmp(l.key, field.key) != 0) return;
             if (l.column < 0 || l.column >= field.columns) {
-              message_puts(stderr, "warning, incorrect column idx found\n");
+              std::fputs("warning, incorrect column idx found\n", stderr);
               return;
             }
             using Cell = typename std::remove_cvref_t<decltype(field)>::cell_type;
@@ -169,44 +168,23 @@ StepFileRead read_step_file(std::filesystem::path const& path, Reset&& reset, Of
   return reached_steps ? StepFileRead::steps : StepFileRead::header_only;
 }
 
-// A file with step lines, after its version line: `write_header(out)`,
-// "!steps <kind()>", `write_steps(out)`. The kind is asked for only once
-// the header stands in the text.
+// Writes a file with step lines: the version line, `write_header(file)`,
+// "!steps <kind()>", `write_steps(file)`. The kind is asked for only once
+// the header stands in the file. A file that cannot be opened is reported;
+// false then.
 template <class WriteHeader, class Kind, class WriteSteps>
-struct StepFile {
-  WriteHeader write_header;
-  Kind kind;
-  WriteSteps write_steps;
-
-  void format(TextOut& out) {
-    write_header(out);
-    out.str("!steps ");
-    out.str(kind());
-    out.put('\n');
-    write_steps(out);
-  }
-};
-template <class WriteHeader, class Kind, class WriteSteps>
-StepFile(WriteHeader, Kind, WriteSteps) -> StepFile<WriteHeader, Kind, WriteSteps>;
-
-// Writes a file with step lines: the version line, then the text. `made`,
-// if set, holds the text made ahead, and what ended its making is carried
-// out once the file stands open, where the making would have run. A file
-// that cannot be opened is reported; false then.
-template <class WriteHeader, class Kind, class WriteSteps>
-bool write_step_file(std::filesystem::path const& path, StepFile<WriteHeader, Kind, WriteSteps> file,
-                     MadeAhead* made = nullptr) {
+bool write_step_file(std::filesystem::path const& path, WriteHeader&& write_header, Kind&& kind,
+                     WriteSteps&& write_steps) {
   OutputFile f;
   if (!open_versioned_file(path, f)) {
     std::fprintf(stderr, "error: could not open \"%s\" for writing!\n", path.c_str());
     return false;
   }
-  if (made) {
-    f.out.chars(made->out.text.data(), made->out.text.size());
-    release_made_ahead(*made);
-  } else {
-    file.format(f.out);
-  }
+  write_header(f.out);
+  f.out.str("!steps ");
+  f.out.str(kind());
+  f.out.put('\n');
+  write_steps(f.out);
   f.close();
   return true;
 }

@@ -5,11 +5,9 @@
 
 #include <cstdlib>
 
-#include "settings/ordered_jobs.hpp"
-
 namespace kelvane {
 
-thread_local bool chiptune_to_monosampler_promotion = false;
+bool chiptune_to_monosampler_promotion = false;
 
 namespace {
 
@@ -140,11 +138,11 @@ void settings_write_line(TextOut& out, char const* key, char const* text, int li
 }
 
 void settings_report_array_parse_error(char const* key, char const* value) {
-  message_printf(stderr, "error parsing array value: %s %s\n", key, value);
+  std::fprintf(stderr, "error parsing array value: %s %s\n", key, value);
 }
 
 void settings_report_array_index_error(int index, char const* key, char const* value) {
-  message_printf(stderr, "found incorrect array index %d at %s %s\n", index, key, value);
+  std::fprintf(stderr, "found incorrect array index %d at %s %s\n", index, key, value);
 }
 
 void SettingsCodec<PatternType>::read(PatternType& cell, char const*, char const* value) {
@@ -184,7 +182,7 @@ void SettingsCodec<KVSamplePath>::read(KVSamplePath& path, char const*, char con
 bool settings_split_line(char const* line, char* key, char* value) {
   if (scan_key_value(line, key, value) != 2) return false;
   if (std::strcmp(key, "type") == 0 && std::strcmp(value, "Chiptune") == 0) {
-    message_puts(stdout, "found Chiptune track type, promoting to MonoSampler!\n");
+    std::puts("found Chiptune track type, promoting to MonoSampler!");
     chiptune_to_monosampler_promotion = true;
     std::strcpy(value, "MonoSampler");
   }

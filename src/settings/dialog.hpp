@@ -24,9 +24,7 @@ namespace kelvane {
 
 // Set while a track whose type was read as "Chiptune" is being loaded: the
 // keys of the old instrument then reach the oscillators of a MonoSampler.
-// Each thread has its own: a load reads its files on two threads and
-// carries the flag over from the files in turn.
-extern thread_local bool chiptune_to_monosampler_promotion;
+extern bool chiptune_to_monosampler_promotion;
 
 // Buffer sizes of the settings text work.
 inline constexpr int kValueTextSize = 128;    // a formatted value
