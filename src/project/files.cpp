@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "project/project.hpp"
@@ -29,10 +31,10 @@ struct DirectoryListing {
 // Names are compared in ASCII lower case, so that a file system that
 // ignores case still finds what the open would find. A name with a byte
 // above 0x7f could fold in other ways: such a directory is not trusted.
-bool fold_name(std::string& name) {
-  for (char& c : name) {
-    if (static_cast<unsigned char>(c) > 0x7f) return false;
-    if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
+bool fold_name(char* name) {
+  for (char* c = name; *c; ++c) {
+    if (static_cast<unsigned char>(*c) > 0x7f) return false;
+    if (*c >= 'A' && *c <= 'Z') *c = char(*c - 'A' + 'a');
   }
   return true;
 }
@@ -49,9 +51,10 @@ DirectoryListing list_directory(std::string const& dir) {
   bool plain = true;
   errno = 0;
   while (dirent const* entry = readdir(d)) {
-    std::string name = entry->d_name;
+    char name[sizeof entry->d_name];
+    std::strcpy(name, entry->d_name);
     plain = fold_name(name) && plain;
-    listing.names.push_back(std::move(name));
+    listing.names.emplace_back(name);
   }
   bool const complete = errno == 0;
   closedir(d);
@@ -72,21 +75,32 @@ DirectoryListing const& listing_of(std::string const& dir) {
   return listings.back();
 }
 
-// False only if the open of `file` would certainly fail.
-bool may_open(std::filesystem::path const& file) {
+// False only if the open of `name` in `dir` would certainly fail.
+bool may_open_in(std::string const& dir, char const* name) {
   if (!listings_active) return true;
-  DirectoryListing const& listing = listing_of(file.parent_path().native());
+  DirectoryListing const& listing = listing_of(dir);
   if (listing.state == ListingState::unknown) return true;
   if (listing.state == ListingState::missing) return false;
-  std::string name = file.filename().native();
-  if (!fold_name(name)) return true;
-  return std::binary_search(listing.names.begin(), listing.names.end(), name);
+  char folded[256];
+  size_t n = 0;
+  for (; name[n]; ++n) {
+    if (n + 1 == sizeof folded) return true;
+    folded[n] = name[n];
+  }
+  folded[n] = 0;
+  if (!fold_name(folded)) return true;
+  std::string_view const wanted(folded, n);
+  auto const at = std::lower_bound(listing.names.begin(), listing.names.end(), wanted,
+                                   [](std::string const& a, std::string_view b) { return a < b; });
+  return at != listing.names.end() && *at == wanted;
 }
 
 }  // namespace
 
+bool may_open(std::filesystem::path const& dir, char const* name) { return may_open_in(dir.native(), name); }
+
 bool open_for_reading(std::filesystem::path const& file, LineReader& reader) {
-  if (!may_open(file)) return false;
+  if (!may_open_in(file.parent_path().native(), file.filename().c_str())) return false;
   return reader.open(file.c_str());
 }
 
@@ -108,13 +122,38 @@ bool open_versioned_file(std::filesystem::path const& file, OutputFile& out) {
   return true;
 }
 
+SlotFileNames::SlotFileNames(char const* format) {
+  // The format with two places for the digits where its conversion stands.
+  size_t n = 0;
+  for (char const* p = format; *p && n + 3 < sizeof text_; ++p) {
+    if (p[0] == '%' && p[1] == 's') {
+      digits_at_ = n;
+      n += 2;
+      ++p;
+    } else if (std::strncmp(p, "%02x", 4) == 0) {
+      digits_at_ = n;
+      hex_ = true;
+      n += 2;
+      p += 3;
+    } else {
+      text_[n++] = *p;
+    }
+  }
+  text_[n] = 0;
+}
+
+char const* SlotFileNames::operator()(int slot) {
+  if (hex_) {
+    text_[digits_at_] = "0123456789abcdef"[(slot >> 4) & 15];
+    text_[digits_at_ + 1] = "0123456789abcdef"[slot & 15];
+  } else {
+    zz_digits(text_ + digits_at_, slot);
+  }
+  return text_;
+}
+
 std::filesystem::path slot_file(std::filesystem::path const& dir, char const* format, int slot) {
-  char digits[3];
-  zz_digits(digits, slot);
-  digits[2] = 0;
-  char name[128];
-  std::snprintf(name, sizeof name, format, digits);
-  return dir / name;
+  return dir / SlotFileNames(format)(slot);
 }
 
 std::filesystem::path track_directory(std::filesystem::path const& project, int track) {

@@ -25,6 +25,11 @@ enum class SettingsReset {
 // opened as ever, and may still fail.
 bool open_for_reading(std::filesystem::path const& file, LineReader& reader);
 
+// False if the listing of `dir` shows that the open of the file `name` in it
+// would fail; true outside a load, or where the listing cannot tell. No path
+// is built: a load asks this of thousands of names before it opens any.
+bool may_open(std::filesystem::path const& dir, char const* name);
+
 // The directory listings of one load. A load tries some four thousand
 // numbered files, most of them missing; one listing per directory answers
 // for all of them. Each directory is listed at the first file asked for in
@@ -97,6 +102,23 @@ template <class... R>
 bool write_settings_records(std::filesystem::path const& file, R&... records) {
   return write_versioned_settings(file, [&](TextOut& f) { (dialog_append_to_file(records, f), ...); });
 }
+
+// The file names of a kind of numbered slot, as snprintf puts them into a
+// buffer of 128 bytes: `format` holds one "%s", which takes the two base-36
+// digits of a slot ("pattern_%s.txt"), or one "%02x" ("patch_%02x.txt").
+// Made by hand: a load asks for the names of four thousand slots.
+class SlotFileNames {
+ public:
+  explicit SlotFileNames(char const* format);
+  // The name of a slot from 0 to 1295 (from 0 to 255 for "%02x"); valid
+  // until the next call.
+  char const* operator()(int slot);
+
+ private:
+  char text_[128];
+  size_t digits_at_ = 0;
+  bool hex_ = false;
+};
 
 // "track_%02d"
 std::filesystem::path track_directory(std::filesystem::path const& project, int track);

@@ -39,30 +39,56 @@ void load_legacy_chord_memory(Project* project, fs::path const& file) {
 }
 
 void load_program_variables(Project* project, fs::path const& dir) {
+  SlotFileNames names("program_variable_%02x.txt");
   for (int i = 0; i < kNumProgramVariables; ++i) {
-    char name[64];
-    std::snprintf(name, sizeof name, "program_variable_%02x.txt", i);
+    char const* const name = names(i);
     ProgramVariable& variable = project->program_variables[i];
     LineReader f;
-    if (!open_for_reading(dir / name, f)) continue;
+    if (!may_open(dir, name) || !open_for_reading(dir / name, f)) continue;
     bytes_copy(variable, program_variable_initial());
     dialog_read_file(variable, f);
   }
 }
 
-// Loads every slot of a kind from the files `format` names and returns the
-// counter: one past the last slot whose "!steps" line was reached. A slot
-// whose file is missing gets the initial state below the counter, and so
-// does the first one above it: a name that fills its field runs on into
-// the slot behind it when the last counted slot is saved. The other missing
-// slots above the counter are left as they are and returned in `untouched`.
+// A record is tens of megabytes. Where a load fills many slots one after
+// the other, asking for large pages saves most of the page faults; where it
+// writes here and there, small pages cost less, since a large page is
+// cleared whole at its first write. Only whole large pages inside the range
+// are asked for; where the system gives none, nothing changes.
+void prefer_large_pages(void const* from, size_t size) {
+  constexpr uintptr_t kLargePage = uintptr_t(2) << 20;
+  uintptr_t const at = reinterpret_cast<uintptr_t>(from);
+  uintptr_t const begin = (at + kLargePage - 1) & ~(kLargePage - 1);
+  uintptr_t const end = (at + size) & ~(kLargePage - 1);
+  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+}
+
+// Loads every slot of a kind from the files of `kind_dir` that `format`
+// names, and returns the counter: one past the last slot whose "!steps"
+// line was reached. A slot whose file is missing gets the initial state
+// below the counter, and so does the first one above it: a name that fills
+// its field runs on into the slot behind it when the last counted slot is
+// saved. The other missing slots above the counter are left as they are
+// and returned in `untouched`.
 template <class Slot, size_t N, class Read, class Initialize>
-int load_slots(Slot (&slots)[N], fs::path const& dir, char const* format, Read read, Initialize initialize,
-               std::bitset<N>& untouched) {
+int load_slots(Slot (&slots)[N], fs::path const& dir, char const* kind_dir, char const* format, Read read,
+               Initialize initialize, std::bitset<N>& untouched) {
+  fs::path const files = dir / kind_dir;
+  SlotFileNames names(format);
+  // The names that the directory's listing does not hold are not tried;
+  // the slots up to the last one that is fill one large stretch.
+  std::bitset<N> tried;
+  int last = -1;
+  for (int i = 0; i < int(N); ++i) {
+    if (!may_open(files, names(i))) continue;
+    tried.set(i);
+    last = i;
+  }
+  prefer_large_pages(slots, size_t(last + 1) * sizeof(Slot));
   int count = 0;
   std::bitset<N> missing;
   for (int i = 0; i < int(N); ++i) {
-    StepFileRead const result = read(&slots[i], slot_file(dir, format, i));
+    StepFileRead const result = tried[i] ? read(&slots[i], files / names(i)) : StepFileRead::missing;
     if (result == StepFileRead::missing) missing.set(i);
     if (result == StepFileRead::steps) count = i + 1;
   }
@@ -103,20 +129,9 @@ void project_forget_untouched_slots(Project const* project) {
   if (std::bitset<kNumPatterns>* const untouched = find_untouched_pattern_slots(project)) untouched->reset();
 }
 
-// A record is tens of megabytes, and a load of a full project writes most
-// of it: asking for large pages saves most of the page faults. Where the
-// system gives none, nothing changes.
-static void prefer_large_pages(Project* project) {
-  constexpr uintptr_t kLargePage = uintptr_t(2) << 20;
-  uintptr_t const from = reinterpret_cast<uintptr_t>(project);
-  uintptr_t const begin = (from + kLargePage - 1) & ~(kLargePage - 1);
-  uintptr_t const end = (from + sizeof(Project)) & ~(kLargePage - 1);
-  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-}
-
 void project_load(Project* project, char const* path) {
-  prefer_large_pages(project);
   if (std::strcmp(path, "projects/<new project>") == 0) {
+    prefer_large_pages(project, sizeof *project);
     project_initialize(project);
     return;
   }
@@ -138,14 +153,14 @@ void project_load(Project* project, char const* path) {
   // Every slot is tried; a counted slot raises its counter past any gap.
   std::bitset<kNumPatterns>* untouched = find_untouched_pattern_slots(project);
   if (!untouched) untouched = &untouched_pattern_slots.emplace_back(UntouchedPatternSlots{project, {}}).slots;
-  project->allocated_patterns =
-      load_slots(project->patterns, dir, "patterns/pattern_%s.txt", project_read_pattern, pattern_initialize, *untouched);
+  project->allocated_patterns = load_slots(project->patterns, dir, "patterns", "pattern_%s.txt", project_read_pattern,
+                                          pattern_initialize, *untouched);
   std::bitset<kNumTables> tables_left;
   project->allocated_tables =
-      load_slots(project->tables, dir, "tables/table_%s.txt", project_load_table, table_reset, tables_left);
+      load_slots(project->tables, dir, "tables", "table_%s.txt", project_load_table, table_reset, tables_left);
   std::bitset<kNumPrograms> programs_left;
-  project->allocated_programs =
-      load_slots(project->programs, dir, "programs/program_%s.txt", project_load_program, program_reset, programs_left);
+  project->allocated_programs = load_slots(project->programs, dir, "programs", "program_%s.txt", project_load_program,
+                                          program_reset, programs_left);
 
   project_load_sequencer(project, dir / "sequencer.txt");
 
