@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "kelvane/types.hpp"
-#include "settings/text_io.hpp"
+#include "io/text_io.hpp"
 
 namespace kelvane {
 

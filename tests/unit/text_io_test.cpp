@@ -19,7 +19,7 @@
 
 #include "kelvane/run_end.hpp"
 #include "settings/dialog.hpp"
-#include "settings/text_io.hpp"
+#include "io/text_io.hpp"
 
 using namespace kelvane;
 

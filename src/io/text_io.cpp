@@ -1,4 +1,4 @@
-#include "settings/text_io.hpp"
+#include "io/text_io.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
