@@ -97,17 +97,45 @@ namespace {
 // failure), or the text did not match (a matching failure).
 enum class Scan { done, ended, mismatch };
 
+// The bytes that end a word: the blanks and the end of the text.
+constexpr struct WordEnds {
+  bool at[256] = {};
+  constexpr WordEnds() {
+    for (int c = 0; c < 256; ++c) at[c] = c == 0 || is_scan_blank(char(c));
+  }
+} kWordEnds;
+
 // "%s": blanks skipped, then every byte up to the next blank or the end.
-Scan scan_word(char const*& p, char* out) {
+// The position is kept in a local: a write through `out` could otherwise
+// change it for all the compiler knows, and it would be read again at each
+// byte.
+Scan scan_word(char const*& text, char* out) {
+  char const* p = text;
   while (is_scan_blank(*p)) ++p;
-  if (*p == 0) return Scan::ended;
-  while (*p && !is_scan_blank(*p)) *out++ = *p++;
-  *out = 0;
+  if (*p == 0) {
+    text = p;
+    return Scan::ended;
+  }
+  char const* const from = p;
+  while (!kWordEnds.at[static_cast<unsigned char>(*p)]) ++p;
+  size_t const n = size_t(p - from);
+  std::memcpy(out, from, n);
+  out[n] = 0;
+  text = p;
   return Scan::done;
 }
 
-// "%d"
+// "%d". Up to nine digits with nothing before them, the numbers of the
+// files, are read here; anything else takes the general conversion.
 Scan scan_decimal(char const*& p, int* out) {
+  unsigned value = 0;
+  int n = 0;
+  for (unsigned d; n < 10 && (d = unsigned(p[n] - '0')) <= 9; ++n) value = value * 10 + d;
+  if (n > 0 && n < 10) {
+    *out = int(value);
+    p += n;
+    return Scan::done;
+  }
   static constexpr NumberFormat kDecimal = scan_format("%d");
   int const r = scan_number_at(p, kDecimal, out);
   return r == 1 ? Scan::done : r == EOF ? Scan::ended : Scan::mismatch;

@@ -19,4 +19,23 @@ bool split_step_line(char const* line, int step_count, StepLine* out) {
   return true;
 }
 
+void write_step_line(TextOut& out, int step, char const* key, int column, char const* text) {
+  static constexpr NumberFormat kDecimal = print_format("%d");
+  char head[16];
+  size_t const head_size = size_t(print_number(head, sizeof head, kDecimal, step));
+  head[head_size] = ' ';
+  out.chars(head, head_size + 1);
+  out.str(key);
+  // A blank, the column, a blank, the escaped text (at most its limit) and
+  // the newline.
+  char tail[16 + kValueEscapeLimit + 2];
+  size_t n = 0;
+  tail[n++] = ' ';
+  n += size_t(print_number(tail + n, 14, kDecimal, column));
+  tail[n++] = ' ';
+  n += size_t(escape_setting_text(text, tail + n, kValueEscapeLimit));
+  tail[n++] = '\n';
+  out.chars(tail, n);
+}
+
 }  // namespace kelvane

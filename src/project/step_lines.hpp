@@ -39,6 +39,10 @@ void format_step_cell(Cell const& cell, char* buf, size_t len) {
   cell.format_string(buf, len);
 }
 
+// "%d %s %d %s\n" of a step, a field key, a column and the text of a cell,
+// escaped. The line is put together here and goes to `out` in one piece.
+void write_step_line(TextOut& out, int step, char const* key, int column, char const* text);
+
 // Writes the step lines of `count` steps: steps ascending, fields in the
 // record's writing order, columns ascending, and only cells that are not
 // all zero.
@@ -53,17 +57,7 @@ void write_step_lines(TextOut& out, Step const* steps, int count) {
               if (bytes_zero(cells[c])) continue;
               char text[kValueTextSize];
               format_step_cell(cells[c], text, sizeof text);
-              char escaped[kEscapedTextSize];
-              escape_setting_text(text, escaped, kValueEscapeLimit);
-              // "%d %s %d %s\n"
-              out.decimal(s);
-              out.put(' ');
-              out.str(field.key);
-              out.put(' ');
-              out.decimal(c);
-              out.put(' ');
-              out.str(escaped);
-              out.put('\n');
+              write_step_line(out, s, field.key, c, text);
             }
           };
           (one(fields), ...);
@@ -89,6 +83,15 @@ struct StepLine {
 };
 bool split_step_line(char const* line, int step_count, StepLine* out);
 
+// Whether two keys are equal. Keys are short: comparing them here costs
+// less than a call of strcmp, and every step line compares its key with a
+// few field keys.
+inline bool same_key(char const* a, char const* b) {
+  for (; *a == *b; ++a, ++b)
+    if (*a == 0) return true;
+  return false;
+}
+
 // Reads the step lines of an open file into `count` steps. Files older than
 // version 1 numbered `cond_mask` columns from 1: column 0 then held a flag
 // that only program rows keep (through `Step::legacy_cond_mask` where the
@@ -99,7 +102,7 @@ void read_step_lines(LineReader& file, Step* steps, int count, int version) {
   StepLine l;
   while (file.next(line, sizeof line)) {
     if (!split_step_line(line, count, &l)) continue;
-    if (version < 1 && std::strcmp(l.key, "cond_mask") == 0) {
+    if (version < 1 && same_key(l.key, "cond_mask")) {
       if (l.column == 0) {
         unsigned flag;
         if (std::sscanf(l.text, "%x", &flag) == 1) {
@@ -113,7 +116,7 @@ void read_step_lines(LineReader& file, Step* steps, int count, int version) {
     std::apply(
         [&](auto const&... fields) {
           auto one = [&](auto const& field) {
-            if (l.key[0] != field.key[0] || std::strcmp(l.key, field.key) != 0) return;
+            if (!same_key(l.key, field.key)) return;
             if (l.column < 0 || l.column >= field.columns) {
               std::fputs("warning, incorrect column idx found\n", stderr);
               return;

@@ -63,7 +63,7 @@ int hex_value(char c) {
 
 }  // namespace
 
-void escape_setting_text(char const* in, char* out, int limit) {
+int escape_setting_text(char const* in, char* out, int limit) {
   int n = 0;
   for (; *in && n < limit; ++in) {
     unsigned char const c = static_cast<unsigned char>(*in);
@@ -78,6 +78,7 @@ void escape_setting_text(char const* in, char* out, int limit) {
     out[n++] = kHexDigits[c & 15];
   }
   out[n] = 0;
+  return n;
 }
 
 void unescape_setting_text(char const* in, char* out, int out_size) {
@@ -114,26 +115,46 @@ SettingsKey::SettingsKey(char const* file_key)
       promoted(chiptune_to_monosampler_promotion ? paired_name(kPromotionPairs, file_key) : nullptr),
       current(paired_name(kReplacements, file_key)) {}
 
-void member_table_find(MemberTable const& table, char const* name, MemberMatches& matches) {
-  auto const range = table.ranges.find(std::string_view(name));
-  if (range == table.ranges.end()) return;
-  for (uint32_t i = range->second.first; i < range->second.second; ++i) {
-    MemberEntry const& e = table.by_name[i];
-    if (!e.inside || matches.count == MemberMatches::kCapacity) {
-      matches.walk = true;
-      return;
-    }
-    matches.entries[matches.count++] = &e;
+char const* settings_promoted_name(char const* key) { return paired_name(kPromotionPairs, key); }
+
+void member_table_index(MemberTable& table) {
+  for (uint32_t i = 0; i < table.by_name.size(); ++i) {
+    auto [at, added] = table.keys.try_emplace(std::string_view(table.by_name[i].name), KeyMembers{i, i + 1});
+    if (!added) at->second.last = i + 1;
   }
+  for (auto const& pair : kReplacements) {
+    auto const current = table.keys.find(std::string_view(pair[1]));
+    if (current == table.keys.end()) continue;
+    KeyMembers& older = table.keys[std::string_view(pair[0])];
+    older.current_first = current->second.first;
+    older.current_last = current->second.last;
+  }
+}
+
+void member_table_find(MemberTable const& table, char const* key, MemberMatches& matches) {
+  auto const found = table.keys.find(std::string_view(key));
+  if (found == table.keys.end()) return;
+  auto add = [&](uint32_t first, uint32_t last) {
+    for (uint32_t i = first; i < last; ++i) {
+      MemberEntry const& e = table.by_name[i];
+      if (!e.inside || matches.count == MemberMatches::kCapacity) {
+        matches.walk = true;
+        return;
+      }
+      matches.entries[matches.count++] = &e;
+    }
+  };
+  add(found->second.first, found->second.last);
+  add(found->second.current_first, found->second.current_last);
 }
 
 // "%s %s\n"
 void settings_write_line(TextOut& out, char const* key, char const* text, int limit) {
   char escaped[kEscapedTextSize];
-  escape_setting_text(text, escaped, limit);
+  int const n = escape_setting_text(text, escaped, limit);
   out.str(key);
   out.put(' ');
-  out.str(escaped);
+  out.chars(escaped, size_t(n));
   out.put('\n');
 }
 
@@ -181,7 +202,7 @@ void SettingsCodec<KVSamplePath>::read(KVSamplePath& path, char const*, char con
 
 bool settings_split_line(char const* line, char* key, char* value) {
   if (scan_key_value(line, key, value) != 2) return false;
-  if (std::strcmp(key, "type") == 0 && std::strcmp(value, "Chiptune") == 0) {
+  if (key[0] == 't' && std::strcmp(key, "type") == 0 && std::strcmp(value, "Chiptune") == 0) {
     std::puts("found Chiptune track type, promoting to MonoSampler!");
     chiptune_to_monosampler_promotion = true;
     std::strcpy(value, "MonoSampler");

@@ -36,7 +36,8 @@ inline constexpr int kTextEscapeLimit = kEscapedTextSize - 1;
 // Writes `in` with every backslash, blank and unprintable byte as "\xNN".
 // The output holds at most `limit` characters plus a NUL (out must have
 // room for limit + 1); an escape that would pass limit - 5 ends the text.
-void escape_setting_text(char const* in, char* out, int limit);
+// Returns the length of the output.
+int escape_setting_text(char const* in, char* out, int limit);
 
 // Undoes the escape into `out` of `out_size` bytes (a settings value has
 // kEscapedTextSize, a step value kLineSize). "\x" takes the next two bytes
@@ -332,11 +333,22 @@ struct MemberEntry {
   void (*read)(void* target, char const* key, char const* value);
 };
 
+// The members a key of a file reaches by itself: those named so, and for an
+// older key those of its current name. First and one past the last of each,
+// in `by_name`.
+struct KeyMembers {
+  uint32_t first = 0, last = 0;
+  uint32_t current_first = 0, current_last = 0;
+};
+
 struct MemberTable {
   std::vector<MemberEntry> by_name;  // sorted by name, then place
-  // The entries of each name: first and one past the last, in by_name.
-  std::unordered_map<std::string_view, std::pair<uint32_t, uint32_t>> ranges;
+  // Every member name, and every older key whose current name is one.
+  std::unordered_map<std::string_view, KeyMembers> keys;
 };
+
+// Fills `keys` from `by_name`.
+void member_table_index(MemberTable& table);
 
 template <class T>
 void member_read(void* target, char const* key, char const* value) {
@@ -352,8 +364,12 @@ struct MemberMatches {
   bool walk = false;  // one lies outside the record, or there were too many
 };
 
-// Adds the members named `name` to `matches`.
-void member_table_find(MemberTable const& table, char const* name, MemberMatches& matches);
+// Adds the members that `key` reaches by itself to `matches`.
+void member_table_find(MemberTable const& table, char const* key, MemberMatches& matches);
+
+// The member name that `key` is promoted to while the Chiptune flag is set,
+// or null.
+char const* settings_promoted_name(char const* key);
 
 template <class R>
 MemberTable member_table_build(R& record) {
@@ -377,34 +393,33 @@ MemberTable member_table_build(R& record) {
     int const c = std::strcmp(a.name, b.name);
     return c < 0 || (c == 0 && a.place < b.place);
   });
-  for (uint32_t i = 0; i < table.by_name.size(); ++i) {
-    auto [at, added] = table.ranges.try_emplace(std::string_view(table.by_name[i].name), i, i + 1);
-    if (!added) at->second.second = i + 1;
-  }
+  member_table_index(table);
   return table;
 }
 
 // The members that a key reaches, in the order of the member list, each
 // once: those named by the key itself, its promoted name and its current
 // name. Every line of a settings file goes through here, so a record of
-// nine hundred members costs a few string comparisons per line, not nine
-// hundred.
+// nine hundred members costs a lookup per line, not nine hundred string
+// comparisons.
 template <class R>
 void dialog_set_value(R& record, char const* key, char const* value) {
   static MemberTable const table = member_table_build(record);
-  SettingsKey const k(key);
   MemberMatches found;
-  member_table_find(table, k.key, found);
-  if (k.promoted) member_table_find(table, k.promoted, found);
-  if (k.current) member_table_find(table, k.current, found);
+  member_table_find(table, key, found);
+  if (chiptune_to_monosampler_promotion)
+    if (char const* const promoted = settings_promoted_name(key)) member_table_find(table, promoted, found);
   if (found.walk) {
-    dialog_offer_to_each_member(record, k, key, value);
+    dialog_offer_to_each_member(record, SettingsKey(key), key, value);
     return;
   }
   MemberEntry const** const end = found.entries + found.count;
-  std::sort(found.entries, end, [](MemberEntry const* a, MemberEntry const* b) { return a->place < b->place; });
-  // A member reached by two of the names reads the value once.
-  MemberEntry const** const last = std::unique(found.entries, end);
+  MemberEntry const** last = end;
+  if (found.count > 1) {
+    std::sort(found.entries, end, [](MemberEntry const* a, MemberEntry const* b) { return a->place < b->place; });
+    // A member reached by two of the names reads the value once.
+    last = std::unique(found.entries, end);
+  }
   char* const begin = reinterpret_cast<char*>(&record);
   for (MemberEntry const** e = found.entries; e != last; ++e) (*e)->read(begin + (*e)->offset, key, value);
 }

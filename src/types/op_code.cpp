@@ -21,7 +21,7 @@ void MemoryAddress::format_string(char* buf, size_t len) const { command::format
 
 char const* op_code_key_upgrade(char const* key) {
   static constexpr char const* older[] = {"op_code_midi", "op_code_all", "op_code_mono_sampler"};
-  if (std::strncmp(key, "op_code_", 8) != 0) return key;
+  if (key[0] != 'o' || std::strncmp(key, "op_code_", 8) != 0) return key;
   for (char const* o : older)
     if (std::strcmp(key, o) == 0) return "op_code";
   return key;
