@@ -97,14 +97,6 @@ namespace {
 // failure), or the text did not match (a matching failure).
 enum class Scan { done, ended, mismatch };
 
-// The bytes that end a word: the blanks and the end of the text.
-constexpr struct WordEnds {
-  bool at[256] = {};
-  constexpr WordEnds() {
-    for (int c = 0; c < 256; ++c) at[c] = c == 0 || is_scan_blank(char(c));
-  }
-} kWordEnds;
-
 // "%s": blanks skipped, then every byte up to the next blank or the end.
 // The position is kept in a local: a write through `out` could otherwise
 // change it for all the compiler knows, and it would be read again at each
@@ -117,7 +109,7 @@ Scan scan_word(char const*& text, char* out) {
     return Scan::ended;
   }
   char const* const from = p;
-  while (!kWordEnds.at[static_cast<unsigned char>(*p)]) ++p;
+  while (!ends_scan_word(*p)) ++p;
   size_t const n = size_t(p - from);
   std::memcpy(out, from, n);
   out[n] = 0;

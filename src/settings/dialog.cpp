@@ -167,8 +167,8 @@ void settings_report_array_index_error(int index, char const* key, char const* v
 }
 
 void SettingsCodec<PatternType>::read(PatternType& cell, char const*, char const* value) {
-  char text[kEscapedTextSize];
-  unescape_setting_text(value, text);
+  char buffer[kEscapedTextSize];
+  char const* const text = unescaped_value(value, buffer);
   for (int i = PatternType::count() - 1; i >= 1; --i) {
     if (std::strcmp(text, PatternType::names[i]) == 0) {
       cell = PatternType::from_index(i);
@@ -195,9 +195,8 @@ void SettingsCodec<KVSamplePath>::write(TextOut& out, char const* key, KVSampleP
 }
 
 void SettingsCodec<KVSamplePath>::read(KVSamplePath& path, char const*, char const* value) {
-  char plain[kEscapedTextSize];
-  unescape_setting_text(value, plain);
-  copy_text_into(path.data, KVSamplePath::size, plain);
+  char buffer[kEscapedTextSize];
+  copy_text_into(path.data, KVSamplePath::size, unescaped_value(value, buffer));
 }
 
 bool settings_split_line(char const* line, char* key, char* value) {

@@ -129,6 +129,14 @@ struct SettingsKey {
 // Writes one "key value" line with the value escaped under `limit`.
 void settings_write_line(TextOut& out, char const* key, char const* text, int limit);
 
+// The text of a value with its escapes undone: the value itself where it
+// holds no backslash, else the text undone into `buffer`.
+inline char const* unescaped_value(char const* value, char (&buffer)[kEscapedTextSize]) {
+  if (!std::strchr(value, '\\')) return value;
+  unescape_setting_text(value, buffer);
+  return buffer;
+}
+
 // ---------------------------------------------------------------------------
 // Codecs: how one member type is reset, written and read.
 
@@ -150,9 +158,8 @@ struct CellCodec {
     settings_write_line(out, key, text, kValueEscapeLimit);
   }
   static void read(T& cell, char const*, char const* value) {
-    char text[kEscapedTextSize];
-    unescape_setting_text(value, text);
-    T const parsed = T::parse_string(text);
+    char buffer[kEscapedTextSize];
+    T const parsed = T::parse_string(unescaped_value(value, buffer));
     if (!bytes_zero(parsed)) cell = parsed;
   }
 };
@@ -166,17 +173,15 @@ template <>
 struct SettingsCodec<ProgramIdx> : CellCodec<ProgramIdx> {
   static void set_default(ProgramIdx& cell) { cell = ProgramIdx::empty_cell(); }
   static void read(ProgramIdx& cell, char const*, char const* value) {
-    char text[kEscapedTextSize];
-    unescape_setting_text(value, text);
-    cell = ProgramIdx::parse_string(text);
+    char buffer[kEscapedTextSize];
+    cell = ProgramIdx::parse_string(unescaped_value(value, buffer));
   }
 };
 template <>
 struct SettingsCodec<TrackIdx> : CellCodec<TrackIdx> {
   static void read(TrackIdx& cell, char const*, char const* value) {
-    char text[kEscapedTextSize];
-    unescape_setting_text(value, text);
-    cell = TrackIdx::parse_string(text);
+    char buffer[kEscapedTextSize];
+    cell = TrackIdx::parse_string(unescaped_value(value, buffer));
   }
 };
 
@@ -210,9 +215,8 @@ struct SettingsCodec<KVArray<char, N>> {
     settings_write_text(out, key, text.data, record_end);
   }
   static void read(KVArray<char, N>& text, char const*, char const* value) {
-    char plain[kEscapedTextSize];
-    unescape_setting_text(value, plain);
-    copy_text_into(text.data, N, plain);
+    char buffer[kEscapedTextSize];
+    copy_text_into(text.data, N, unescaped_value(value, buffer));
   }
 };
 template <>
