@@ -36,6 +36,7 @@ void LineReader::reserve(size_t capacity) {
 void LineReader::assign(char const* text, size_t size) {
   finish();
   failed_ = false;
+  covered_ = nullptr;
   reserve(size + 1);
   if (size) std::memcpy(data_, text, size);
   size_ = size;
@@ -51,7 +52,9 @@ void LineReader::fill(size_t wanted) {
     pos_ = 0;
   }
   size_t const room = wanted < 65536 ? 65536 : wanted;
-  reserve(size_ + room);
+  // One byte more than the text may take: next_line puts a NUL behind the
+  // last line.
+  reserve(size_ + room + 1);
   for (;;) {
     ssize_t const n = ::read(fd_, data_ + size_, room);
     if (n < 0 && errno == EINTR) continue;
@@ -68,6 +71,7 @@ void LineReader::fill(size_t wanted) {
 bool LineReader::open(char const* path) {
   finish();
   failed_ = false;
+  covered_ = nullptr;
   size_ = 0;
   pos_ = 0;
   fd_ = ::open(path, O_RDONLY);

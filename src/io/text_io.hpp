@@ -45,6 +45,33 @@ class LineReader {
   // at the end of the text, and, as with fgets, for the line during which
   // a read failed. Bytes of value zero are copied like any other.
   bool next(char* line, size_t size) {
+    char const* from;
+    size_t n;
+    if (!take_line(size, from, n)) return false;
+    std::memcpy(line, from, n);
+    line[n] = 0;
+    return true;
+  }
+
+  // The same line where it stands in the reader, with a NUL behind it:
+  // what next() would copy, without the copy. It stays valid until the next
+  // call, which puts back the byte the NUL covers. Null where next() gives
+  // false.
+  char const* next_line(size_t size) {
+    char const* from;
+    size_t n;
+    if (!take_line(size, from, n)) return nullptr;
+    // take_line has moved past the line: the NUL goes where it stands now.
+    covered_ = data_ + pos_;
+    covered_byte_ = *covered_;
+    *covered_ = 0;
+    return from;
+  }
+
+ private:
+  // The next line as fgets would give it: its first byte and its length.
+  bool take_line(size_t size, char const*& from, size_t& n) {
+    put_back();
     if (size < 2) return false;
     size_t const most_wanted = size - 1;
     void const* newline;
@@ -56,22 +83,24 @@ class LineReader {
     }
     size_t const rest = size_ - pos_;
     if (rest == 0) return false;
-    char const* const from = data_ + pos_;
-    size_t const n = newline ? size_t(static_cast<char const*>(newline) - from) + 1
-                             : (rest < most_wanted ? rest : most_wanted);
+    from = data_ + pos_;
+    n = newline ? size_t(static_cast<char const*>(newline) - from) + 1 : (rest < most_wanted ? rest : most_wanted);
     // The text ended short of a newline because a read failed: fgets gives
     // up on that line.
     if (failed_ && !newline && n < most_wanted) {
       pos_ = size_;
       return false;
     }
-    std::memcpy(line, from, n);
-    line[n] = 0;
     pos_ += n;
     return true;
   }
-
- private:
+  // Puts back the byte that the NUL behind the last line of next_line
+  // covers.
+  void put_back() {
+    if (!covered_) return;
+    *covered_ = covered_byte_;
+    covered_ = nullptr;
+  }
   // Reads at least `wanted` more bytes if there are any; closes the file at
   // its end or at a failed read.
   void fill(size_t wanted);
@@ -81,8 +110,10 @@ class LineReader {
   bool failed_ = false;
   char* data_ = nullptr;
   size_t size_ = 0;
-  size_t capacity_ = 0;
+  size_t capacity_ = 0;  // always above size_ once there is a text
   size_t pos_ = 0;
+  char* covered_ = nullptr;
+  char covered_byte_ = 0;
 };
 
 // ---------------------------------------------------------------------------

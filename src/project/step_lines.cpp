@@ -38,19 +38,32 @@ bool split_written_form(char const* line, StepLine* out) {
   };
   if (!number(&out->step) || !blank() || !word(out->key) || !blank() || !number(&out->column) || !blank())
     return false;
-  // The value: a text without a backslash has nothing to undo.
-  char const* const value = p;
-  bool escaped = false;
-  for (; !ends_scan_word(*p); ++p) escaped = escaped || *p == '\\';
-  size_t const n = size_t(p - value);
-  if (n == 0) return false;
-  if (!escaped) {
-    std::memcpy(out->value, value, n);
-    out->value[n] = 0;
-    return true;
+  // The value, with its escapes undone on the way where each is a
+  // backslash, 'x' and two hexadecimal digits, as the writer puts them;
+  // any other backslash leaves the value to the unescape.
+  if (ends_scan_word(*p)) return false;
+  char* o = out->value;
+  for (char const* q = p;;) {
+    char const c = *q;
+    if (ends_scan_word(c)) {
+      *o = 0;
+      return true;
+    }
+    if (c != '\\') {
+      *o++ = c;
+      ++q;
+      continue;
+    }
+    int const high = q[1] == 'x' ? digit_value(static_cast<unsigned char>(q[2]), 16) : -1;
+    int const low = high >= 0 ? digit_value(static_cast<unsigned char>(q[3]), 16) : -1;
+    if (low < 0) break;
+    *o++ = char(high * 16 + low);
+    q += 4;
   }
   char raw[kLineSize];
-  std::memcpy(raw, value, n);
+  size_t n = 0;
+  while (!ends_scan_word(p[n])) ++n;
+  std::memcpy(raw, p, n);
   raw[n] = 0;
   unescape_setting_text(raw, out->value, kLineSize);
   return true;

@@ -98,9 +98,8 @@ inline bool same_key(char const* a, char const* b) {
 // record has it), and the other columns move down by one.
 template <class Step>
 void read_step_lines(LineReader& file, Step* steps, int count, int version) {
-  char line[kLineSize];
   StepLine l;
-  while (file.next(line, sizeof line)) {
+  while (char const* line = file.next_line(kLineSize)) {
     if (!split_step_line(line, count, &l)) continue;
     if (version < 1 && same_key(l.key, "cond_mask")) {
       if (l.column == 0) {

@@ -442,10 +442,9 @@ bool settings_split_line(char const* line, char* key, char* value);
 // at the next line.
 template <class F>
 void settings_read_lines(LineReader& file, F&& offer) {
-  char line[kLineSize];
   char key[kLineSize];
   char value[kLineSize];
-  while (file.next(line, sizeof line)) {
+  while (char const* line = file.next_line(kLineSize)) {
     if (!settings_split_line(line, key, value)) continue;
     if constexpr (std::is_same_v<decltype(offer(key, value)), bool>) {
       if (!offer(key, value)) return;
