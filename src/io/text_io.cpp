@@ -37,7 +37,7 @@ void LineReader::assign(char const* text, size_t size) {
   finish();
   failed_ = false;
   covered_ = nullptr;
-  reserve(size + 1);
+  reserve(size + kSlack);
   if (size) std::memcpy(data_, text, size);
   size_ = size;
   pos_ = 0;
@@ -52,9 +52,7 @@ void LineReader::fill(size_t wanted) {
     pos_ = 0;
   }
   size_t const room = wanted < 65536 ? 65536 : wanted;
-  // One byte more than the text may take: next_line puts a NUL behind the
-  // last line.
-  reserve(size_ + room + 1);
+  reserve(size_ + room + kSlack);
   for (;;) {
     ssize_t const n = ::read(fd_, data_ + size_, room);
     if (n < 0 && errno == EINTR) continue;
@@ -80,10 +78,10 @@ bool LineReader::open(char const* path) {
   if (fstat(fd_, &st) != 0 || !S_ISREG(st.st_mode)) return true;
   // A regular file: read to its end now, in one read where its size is
   // right (the end is then told by a read of nothing).
-  reserve(size_t(st.st_size) + 1);
+  reserve(size_t(st.st_size) + 1 + kSlack);
   while (fd_ >= 0) {
-    if (size_ == capacity_) reserve(capacity_ * 2);
-    ssize_t const n = ::read(fd_, data_ + size_, capacity_ - size_);
+    if (capacity_ - size_ == kSlack) reserve(capacity_ * 2);
+    ssize_t const n = ::read(fd_, data_ + size_, capacity_ - kSlack - size_);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) failed_ = true;
     if (n <= 0) finish();

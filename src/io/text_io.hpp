@@ -16,12 +16,32 @@
 #include <cstring>
 #include <string>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "kelvane/number_text.hpp"
 
 namespace kelvane {
 
 // ---------------------------------------------------------------------------
 // Reading.
+
+// The first '\n' of the `size` bytes at `p`, or null. The 16 bytes from
+// `p` on must be readable whatever `size` is: the first of them are looked
+// at all at once, and most lines end among them.
+inline char const* find_newline(char const* p, size_t size) {
+#if defined(__SSE2__)
+  __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(p));
+  unsigned mask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('\n'))));
+  if (size < 16) mask &= (1u << size) - 1;
+  if (mask != 0) return p + __builtin_ctz(mask);
+  if (size <= 16) return nullptr;
+  return static_cast<char const*>(std::memchr(p + 16, '\n', size - 16));
+#else
+  return static_cast<char const*>(std::memchr(p, '\n', size));
+#endif
+}
 
 class LineReader {
  public:
@@ -77,7 +97,7 @@ class LineReader {
     void const* newline;
     for (;;) {
       size_t const rest = size_ - pos_;
-      newline = rest ? std::memchr(data_ + pos_, '\n', rest < most_wanted ? rest : most_wanted) : nullptr;
+      newline = rest ? find_newline(data_ + pos_, rest < most_wanted ? rest : most_wanted) : nullptr;
       if (newline || rest >= most_wanted || fd_ < 0) break;
       fill(most_wanted - rest);
     }
@@ -110,7 +130,10 @@ class LineReader {
   bool failed_ = false;
   char* data_ = nullptr;
   size_t size_ = 0;
-  size_t capacity_ = 0;  // always above size_ once there is a text
+  // Behind the text there are always kSlack bytes more: one for the NUL
+  // of next_line, and the rest for find_newline.
+  static constexpr size_t kSlack = 16;
+  size_t capacity_ = 0;
   size_t pos_ = 0;
   char* covered_ = nullptr;
   char covered_byte_ = 0;
