@@ -68,11 +68,16 @@ DirectoryListing list_directory(std::string const& dir) {
 bool listings_active = false;
 std::vector<DirectoryListing> listings;
 
+// The listing of `dir`, made at the first name asked for in it. A load asks
+// for the names of one directory after the other: the last listing asked
+// for is tried first.
 DirectoryListing const& listing_of(std::string const& dir) {
-  for (DirectoryListing const& l : listings)
-    if (l.dir == dir) return l;
+  static size_t last = 0;
+  if (last < listings.size() && listings[last].dir == dir) return listings[last];
+  for (last = 0; last < listings.size(); ++last)
+    if (listings[last].dir == dir) return listings[last];
   listings.push_back(list_directory(dir));
-  return listings.back();
+  return listings[last];
 }
 
 // False only if the open of `name` in `dir` would certainly fail.

@@ -90,23 +90,39 @@ bool split_step_line(char const* line, int step_count, StepLine* out) {
   return true;
 }
 
-void write_step_line(TextOut& out, int step, char const* key, int column, char const* text) {
+namespace {
+
+// "%d" of a number, at `out`; its length.
+size_t put_decimal(char* out, int v) {
+  // Steps and columns: one or two digits.
+  if (v >= 0 && v < 100) {
+    if (v >= 10) {
+      out[0] = char('0' + v / 10);
+      out[1] = char('0' + v % 10);
+      return 2;
+    }
+    out[0] = char('0' + v);
+    return 1;
+  }
   static constexpr NumberFormat kDecimal = print_format("%d");
-  char head[16];
-  size_t const head_size = size_t(print_number(head, sizeof head, kDecimal, step));
-  head[head_size] = ' ';
-  out.chars(head, head_size + 1);
-  out.str(key);
-  // A blank, the column, a blank, the escaped text (at most its limit) and
-  // the newline.
-  char tail[16 + kValueEscapeLimit + 2];
-  size_t n = 0;
-  tail[n++] = ' ';
-  n += size_t(print_number(tail + n, 14, kDecimal, column));
-  tail[n++] = ' ';
-  n += size_t(escape_setting_text(text, tail + n, kValueEscapeLimit));
-  tail[n++] = '\n';
-  out.chars(tail, n);
+  return size_t(print_number(out, 16, kDecimal, v));
+}
+
+}  // namespace
+
+void write_step_line(TextOut& out, int step, char const* key, int column, char const* text) {
+  // Two numbers, the key, three blanks, the escaped text (at most its limit
+  // and its NUL) and the newline.
+  char line[16 + kStepKeyLimit + 16 + 3 + kValueEscapeLimit + 2];
+  size_t n = put_decimal(line, step);
+  line[n++] = ' ';
+  for (size_t k = 0; key[k] && k + 1 < kStepKeyLimit; ++k) line[n++] = key[k];
+  line[n++] = ' ';
+  n += put_decimal(line + n, column);
+  line[n++] = ' ';
+  n += size_t(escape_setting_text(text, line + n, kValueEscapeLimit));
+  line[n++] = '\n';
+  out.chars(line, n);
 }
 
 }  // namespace kelvane

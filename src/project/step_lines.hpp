@@ -6,9 +6,11 @@
 // A step record describes its fields once, in writing order, as a tuple of
 // `StepField`s; the reader and the writer below walk that tuple.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <string>
 #include <tuple>
 
 #include "kelvane/op_code_definition.hpp"
@@ -39,15 +41,26 @@ void format_step_cell(Cell const& cell, char* buf, size_t len) {
   cell.format_string(buf, len);
 }
 
+// Field keys are shorter than this.
+inline constexpr size_t kStepKeyLimit = 64;
+
 // "%d %s %d %s\n" of a step, a field key, a column and the text of a cell,
 // escaped. The line is put together here and goes to `out` in one piece.
 void write_step_line(TextOut& out, int step, char const* key, int column, char const* text);
+
+// The length of the longest field key of a step record.
+template <class Step>
+constexpr size_t longest_step_key() {
+  return std::apply([](auto const&... fields) { return std::max({std::char_traits<char>::length(fields.key)...}); },
+                    Step::fields);
+}
 
 // Writes the step lines of `count` steps: steps ascending, fields in the
 // record's writing order, columns ascending, and only cells that are not
 // all zero.
 template <class Step>
 void write_step_lines(TextOut& out, Step const* steps, int count) {
+  static_assert(longest_step_key<Step>() < kStepKeyLimit);
   for (int s = 0; s < count; ++s) {
     std::apply(
         [&](auto const&... fields) {

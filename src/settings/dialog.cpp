@@ -3,7 +3,10 @@
 
 #include "settings/dialog.hpp"
 
+#include <cstdint>
 #include <cstdlib>
+#include <iterator>
+#include <string_view>
 
 namespace kelvane {
 
@@ -117,23 +120,56 @@ SettingsKey::SettingsKey(char const* file_key)
 
 char const* settings_promoted_name(char const* key) { return paired_name(kPromotionPairs, key); }
 
+namespace {
+
+// FNV-1a of a key's bytes, up to its NUL; `size` is set to its length.
+uint64_t key_hash(char const* key, size_t& size) {
+  uint64_t h = 14695981039346656037u;
+  size_t n = 0;
+  for (; key[n]; ++n) h = (h ^ static_cast<unsigned char>(key[n])) * 1099511628211u;
+  size = n;
+  return h;
+}
+
+// The place of `key` in the table, or the free place where it would go.
+template <class Keys>
+auto& key_place(Keys& keys, char const* key) {
+  size_t size;
+  size_t const mask = keys.size() - 1;
+  for (size_t at = key_hash(key, size) & mask;; at = (at + 1) & mask) {
+    auto& place = keys[at];
+    if (place.text.data() == nullptr || place.text == std::string_view(key, size)) return place;
+  }
+}
+
+}  // namespace
+
 void member_table_index(MemberTable& table) {
+  size_t places = 16;
+  while (places < 2 * (table.by_name.size() + std::size(kReplacements))) places *= 2;
+  table.keys.assign(places, MemberTable::Key{});
   for (uint32_t i = 0; i < table.by_name.size(); ++i) {
-    auto [at, added] = table.keys.try_emplace(std::string_view(table.by_name[i].name), KeyMembers{i, i + 1});
-    if (!added) at->second.last = i + 1;
+    MemberTable::Key& place = key_place(table.keys, table.by_name[i].name);
+    if (place.text.data() == nullptr) {
+      place.text = table.by_name[i].name;
+      place.members.first = i;
+    }
+    place.members.last = i + 1;
   }
   for (auto const& pair : kReplacements) {
-    auto const current = table.keys.find(std::string_view(pair[1]));
-    if (current == table.keys.end()) continue;
-    KeyMembers& older = table.keys[std::string_view(pair[0])];
-    older.current_first = current->second.first;
-    older.current_last = current->second.last;
+    MemberTable::Key const& current = key_place(table.keys, pair[1]);
+    if (current.text.data() == nullptr) continue;
+    KeyMembers const found = current.members;
+    MemberTable::Key& older = key_place(table.keys, pair[0]);
+    older.text = pair[0];
+    older.members.current_first = found.first;
+    older.members.current_last = found.last;
   }
 }
 
 void member_table_find(MemberTable const& table, char const* key, MemberMatches& matches) {
-  auto const found = table.keys.find(std::string_view(key));
-  if (found == table.keys.end()) return;
+  MemberTable::Key const& found = key_place(table.keys, key);
+  if (found.text.data() == nullptr) return;
   auto add = [&](uint32_t first, uint32_t last) {
     for (uint32_t i = first; i < last; ++i) {
       MemberEntry const& e = table.by_name[i];
@@ -144,8 +180,8 @@ void member_table_find(MemberTable const& table, char const* key, MemberMatches&
       matches.entries[matches.count++] = &e;
     }
   };
-  add(found->second.first, found->second.last);
-  add(found->second.current_first, found->second.current_last);
+  add(found.members.first, found.members.last);
+  add(found.members.current_first, found.members.current_last);
 }
 
 // "%s %s\n"

@@ -13,7 +13,6 @@
 #include <string_view>
 #include <tuple>
 #include <type_traits>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -347,8 +346,14 @@ struct KeyMembers {
 
 struct MemberTable {
   std::vector<MemberEntry> by_name;  // sorted by name, then place
-  // Every member name, and every older key whose current name is one.
-  std::unordered_map<std::string_view, KeyMembers> keys;
+  // Every member name, and every older key whose current name is one, in
+  // an open hash table: a power of two of places, at least twice as many
+  // as keys, found from the key's hash onwards; a free place has no text.
+  struct Key {
+    std::string_view text;
+    KeyMembers members;
+  };
+  std::vector<Key> keys;
 };
 
 // Fills `keys` from `by_name`.
