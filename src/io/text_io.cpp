@@ -77,15 +77,24 @@ bool LineReader::open(char const* path) {
   struct stat st;
   if (fstat(fd_, &st) != 0 || !S_ISREG(st.st_mode)) return true;
   // A regular file: read to its end now, in one read where its size is
-  // right (the end is then told by a read of nothing).
-  reserve(size_t(st.st_size) + 1 + kSlack);
+  // right. A read gives what was asked for as far as the file goes: one
+  // that stops short, having given the size the file reported, stopped at
+  // its end. Any other read that stops short is followed by the next, up to
+  // a read of nothing (a file of /proc reports a size of 0).
+  size_t const reported = size_t(st.st_size);
+  reserve(reported + 1 + kSlack);
   while (fd_ >= 0) {
     if (capacity_ - size_ == kSlack) reserve(capacity_ * 2);
-    ssize_t const n = ::read(fd_, data_ + size_, capacity_ - kSlack - size_);
+    size_t const asked = capacity_ - kSlack - size_;
+    ssize_t const n = ::read(fd_, data_ + size_, asked);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) failed_ = true;
-    if (n <= 0) finish();
-    else size_ += size_t(n);
+    if (n <= 0) {
+      finish();
+      continue;
+    }
+    size_ += size_t(n);
+    if (size_t(n) < asked && size_ == reported && reported > 0) finish();
   }
   return true;
 }

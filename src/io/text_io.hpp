@@ -52,7 +52,8 @@ class LineReader {
 
   // Opens the file; false if it cannot be opened, which is when
   // fopen(path, "r") fails. A regular file is read whole here, up to the
-  // end that read(2) reports, whatever its size said; anything else (a
+  // end that read(2) reports, whatever its size said: a read that stops
+  // short at the size it said, or a read of nothing; anything else (a
   // pipe, a device) is read as its lines are asked for. A directory opens
   // and reads as an empty text.
   bool open(char const* path);
