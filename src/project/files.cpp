@@ -102,8 +102,6 @@ bool may_open_in(std::string const& dir, char const* name) {
 
 }  // namespace
 
-bool may_open(std::filesystem::path const& dir, char const* name) { return may_open_in(dir.native(), name); }
-
 bool open_for_reading(std::filesystem::path const& file, LineReader& reader) {
   if (!may_open_in(file.parent_path().native(), file.filename().c_str())) return false;
   return reader.open(file.c_str());
@@ -145,6 +143,21 @@ SlotFileNames::SlotFileNames(char const* format) {
     }
   }
   text_[n] = 0;
+  size_ = n;
+}
+
+int SlotFileNames::slot_of(std::string_view name) const {
+  if (name.size() != size_ || name.compare(0, digits_at_, text_, digits_at_) != 0 ||
+      name.compare(digits_at_ + 2, std::string_view::npos, text_ + digits_at_ + 2) != 0)
+    return -1;
+  auto digit = [this](char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= (hex_ ? 'f' : 'z')) return c - 'a' + 10;
+    return -1;
+  };
+  int const high = digit(name[digits_at_]), low = digit(name[digits_at_ + 1]);
+  if (high < 0 || low < 0) return -1;
+  return high * (hex_ ? 16 : 36) + low;
 }
 
 char const* SlotFileNames::operator()(int slot) {
@@ -155,6 +168,27 @@ char const* SlotFileNames::operator()(int slot) {
     zz_digits(text_ + digits_at_, slot);
   }
   return text_;
+}
+
+SlotFiles::SlotFiles(std::filesystem::path const& dir, char const* format, int count)
+    : dir_(dir), names_(format), may_open_(size_t(count), 1) {
+  if (!listings_active) return;
+  DirectoryListing const& listing = listing_of(dir.native());
+  if (listing.state == ListingState::unknown) return;
+  std::fill(may_open_.begin(), may_open_.end(), 0);
+  if (listing.state == ListingState::missing) return;
+  // The listing holds the names folded to lower case, as the names of the
+  // slots are: a slot may open where its name is there.
+  for (std::string const& name : listing.names) {
+    int const slot = names_.slot_of(name);
+    if (slot >= 0 && slot < count) may_open_[size_t(slot)] = 1;
+  }
+}
+
+int SlotFiles::last_that_may_open() const {
+  for (size_t i = may_open_.size(); i > 0; --i)
+    if (may_open_[i - 1]) return int(i - 1);
+  return -1;
 }
 
 std::filesystem::path slot_file(std::filesystem::path const& dir, char const* format, int slot) {

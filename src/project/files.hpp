@@ -3,6 +3,8 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <string_view>
+#include <vector>
 
 #include "settings/dialog.hpp"
 
@@ -24,11 +26,6 @@ enum class SettingsReset {
 // not hold is not tried: its open would fail all the same. A listed file is
 // opened as ever, and may still fail.
 bool open_for_reading(std::filesystem::path const& file, LineReader& reader);
-
-// False if the listing of `dir` shows that the open of the file `name` in it
-// would fail; true outside a load, or where the listing cannot tell. No path
-// is built: a load asks this of thousands of names before it opens any.
-bool may_open(std::filesystem::path const& dir, char const* name);
 
 // The directory listings of one load. A load tries some four thousand
 // numbered files, most of them missing; one listing per directory answers
@@ -113,11 +110,34 @@ class SlotFileNames {
   // The name of a slot from 0 to 1295 (from 0 to 255 for "%02x"); valid
   // until the next call.
   char const* operator()(int slot);
+  // The slot that `name` is the name of, or -1.
+  int slot_of(std::string_view name) const;
 
  private:
   char text_[128];
+  size_t size_ = 0;
   size_t digits_at_ = 0;
   bool hex_ = false;
+};
+
+// The numbered slot files of one kind in one directory, `count` of them:
+// their paths, and which of them may open. While a load lists its
+// directories, that is the files the listing holds, found by going through
+// the listing once: a load looks for some six thousand slot files, most of
+// them missing. Elsewhere every file may open.
+class SlotFiles {
+ public:
+  SlotFiles(std::filesystem::path const& dir, char const* format, int count);
+  // False if the open of the slot's file would certainly fail.
+  bool may_open(int slot) const { return may_open_[size_t(slot)] != 0; }
+  // The last slot whose file may open, or -1.
+  int last_that_may_open() const;
+  std::filesystem::path path(int slot) { return dir_ / names_(slot); }
+
+ private:
+  std::filesystem::path dir_;
+  SlotFileNames names_;
+  std::vector<char> may_open_;
 };
 
 // "track_%02d"

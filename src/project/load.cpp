@@ -39,12 +39,11 @@ void load_legacy_chord_memory(Project* project, fs::path const& file) {
 }
 
 void load_program_variables(Project* project, fs::path const& dir) {
-  SlotFileNames names("program_variable_%02x.txt");
+  SlotFiles files(dir, "program_variable_%02x.txt", kNumProgramVariables);
   for (int i = 0; i < kNumProgramVariables; ++i) {
-    char const* const name = names(i);
     ProgramVariable& variable = project->program_variables[i];
     LineReader f;
-    if (!may_open(dir, name) || !open_for_reading(dir / name, f)) continue;
+    if (!files.may_open(i) || !open_for_reading(files.path(i), f)) continue;
     bytes_copy(variable, program_variable_initial());
     dialog_read_file(variable, f);
   }
@@ -73,22 +72,14 @@ void prefer_large_pages(void const* from, size_t size) {
 template <class Slot, size_t N, class Read, class Initialize>
 int load_slots(Slot (&slots)[N], fs::path const& dir, char const* kind_dir, char const* format, Read read,
                Initialize initialize, std::bitset<N>& untouched) {
-  fs::path const files = dir / kind_dir;
-  SlotFileNames names(format);
   // The names that the directory's listing does not hold are not tried;
   // the slots up to the last one that is fill one large stretch.
-  std::bitset<N> tried;
-  int last = -1;
-  for (int i = 0; i < int(N); ++i) {
-    if (!may_open(files, names(i))) continue;
-    tried.set(i);
-    last = i;
-  }
-  prefer_large_pages(slots, size_t(last + 1) * sizeof(Slot));
+  SlotFiles files(dir / kind_dir, format, int(N));
+  prefer_large_pages(slots, size_t(files.last_that_may_open() + 1) * sizeof(Slot));
   int count = 0;
   std::bitset<N> missing;
   for (int i = 0; i < int(N); ++i) {
-    StepFileRead const result = tried[i] ? read(&slots[i], files / names(i)) : StepFileRead::missing;
+    StepFileRead const result = files.may_open(i) ? read(&slots[i], files.path(i)) : StepFileRead::missing;
     if (result == StepFileRead::missing) missing.set(i);
     if (result == StepFileRead::steps) count = i + 1;
   }

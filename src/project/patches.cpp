@@ -17,10 +17,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Reads a slot's file into its records, if the directory may hold it.
+// Reads a slot's file into its records, if it may open.
 template <class... R>
-void read_slot_file(fs::path const& dir, char const* name, R&... records) {
-  if (may_open(dir, name)) read_settings_records(dir / name, records...);
+void read_slot_file(SlotFiles& files, int slot, R&... records) {
+  if (files.may_open(slot)) read_settings_records(files.path(slot), records...);
 }
 
 // The name line of a slot. A full name runs on into the bytes behind it,
@@ -95,16 +95,16 @@ void project_save_track_patches(Project* project, int track, fs::path const& tra
 
 void project_load_track_patches(Project* project, int track, fs::path const& track_dir) {
   project_track_do_patch_mod(project, track, [&](auto& parameters, auto& modulation, auto& names) {
-    SlotFileNames patch_names("patch_%02x.txt");
-    SlotFileNames modulation_names("modulation_%02x.txt");
+    SlotFiles patch_files(track_dir, "patch_%02x.txt", kPatchSlots);
+    SlotFiles modulation_files(track_dir, "modulation_%02x.txt", kPatchSlots);
     for (int i = 0; i < kPatchSlots; ++i) {
       // The name is offered each line first; a name in the modulation file
       // overwrites the one of the patch file byte by byte.
       PatchMemoryNameDialog name = name_dialog(project, names[i]);
       patch_record_initialize(parameters[i]);
-      read_slot_file(track_dir, patch_names(i), name, parameters[i]);
+      read_slot_file(patch_files, i, name, parameters[i]);
       patch_record_initialize(modulation[i]);
-      read_slot_file(track_dir, modulation_names(i), name, modulation[i]);
+      read_slot_file(modulation_files, i, name, modulation[i]);
     }
   });
 }
@@ -125,15 +125,15 @@ void project_save_fx_patches(Project* project, fs::path const& fx_dir) {
 }
 
 void project_load_fx_patches(Project* project, fs::path const& fx_dir) {
-  SlotFileNames patch_names("fx_patch_%02x.txt");
-  SlotFileNames modulation_names("fx_modulation_%02x.txt");
+  SlotFiles patch_files(fx_dir, "fx_patch_%02x.txt", kNumFXPatches);
+  SlotFiles modulation_files(fx_dir, "fx_modulation_%02x.txt", kNumFXPatches);
   for (int i = 0; i < kNumFXPatches; ++i) {
     PatchMemoryNameDialog name = name_dialog(project, project->fx_patch_names[i]);
     FXModulationDialog callback{&project->fx_srr_callback[i]};
     patch_record_initialize(project->fx_parameters[i]);
-    read_slot_file(fx_dir, patch_names(i), name, project->fx_parameters[i]);
+    read_slot_file(patch_files, i, name, project->fx_parameters[i]);
     dialog_set_default(callback);
-    read_slot_file(fx_dir, modulation_names(i), name, callback);
+    read_slot_file(modulation_files, i, name, callback);
   }
 }
 
