@@ -3,8 +3,8 @@
 
 #include "settings/dialog.hpp"
 
-#include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <iterator>
 #include <string_view>
 
@@ -122,23 +122,14 @@ char const* settings_promoted_name(char const* key) { return paired_name(kPromot
 
 namespace {
 
-// FNV-1a of a key's bytes, up to its NUL; `size` is set to its length.
-uint64_t key_hash(char const* key, size_t& size) {
-  uint64_t h = 14695981039346656037u;
-  size_t n = 0;
-  for (; key[n]; ++n) h = (h ^ static_cast<unsigned char>(key[n])) * 1099511628211u;
-  size = n;
-  return h;
-}
-
 // The place of `key` in the table, or the free place where it would go.
 template <class Keys>
 auto& key_place(Keys& keys, char const* key) {
-  size_t size;
+  std::string_view const text(key);
   size_t const mask = keys.size() - 1;
-  for (size_t at = key_hash(key, size) & mask;; at = (at + 1) & mask) {
+  for (size_t at = std::hash<std::string_view>{}(text) & mask;; at = (at + 1) & mask) {
     auto& place = keys[at];
-    if (place.text.data() == nullptr || place.text == std::string_view(key, size)) return place;
+    if (place.text.data() == nullptr || place.text == text) return place;
   }
 }
 
