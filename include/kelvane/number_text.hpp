@@ -162,6 +162,17 @@ inline int scan_number_at(char const*& text, NumberFormat const& f, int* out) {
     *out = decimal_result(negative, magnitude, overflow);
     return done(1);
   }
+  if (f.hex && f.width == 2) {
+    // Two hexadecimal digits, the form of most hexadecimal cells: what the
+    // conversion below reads of them, a leading '0' included.
+    int const high = digit_value(p[0], 16);
+    int const low = high < 0 ? -1 : digit_value(p[1], 16);
+    if (low >= 0) {
+      *out = high * 16 + low;
+      p += 2;
+      return done(1);
+    }
+  }
   int width = f.width > 0 ? f.width : -1;  // -1: no limit
   auto take = [&] {
     ++p;
@@ -180,10 +191,11 @@ inline int scan_number_at(char const*& text, NumberFormat const& f, int* out) {
   bool overflow = false;
   for (int d; width != 0 && (d = digit_value(*p, base)) >= 0; take()) {
     digits = true;
-    if (magnitude > (UINT64_MAX - uint64_t(d)) / uint64_t(base))
+    uint64_t next;
+    if (__builtin_mul_overflow(magnitude, uint64_t(base), &next) || __builtin_add_overflow(next, uint64_t(d), &next))
       overflow = true;
     else
-      magnitude = magnitude * uint64_t(base) + uint64_t(d);
+      magnitude = next;
   }
   if (!digits) return done(0);
   uint64_t result;
@@ -208,15 +220,22 @@ inline int scan_number(char const* text, NumberFormat const& f, int* out) {
 // snprintf(buf, len, f.format, v); a "%x" format prints v as unsigned.
 inline int print_number(char* buf, size_t len, NumberFormat const& f, int v) {
   if (!f.by_hand) return std::snprintf(buf, len, f.format, v);
-  unsigned const base = f.hex ? 16 : 10;
   bool const negative = !f.hex && v < 0;
   unsigned u = negative ? 0u - unsigned(v) : unsigned(v);
   char digits[16];
   int n = 0;
-  do {
-    digits[n++] = "0123456789abcdef"[u % base];
-    u /= base;
-  } while (u != 0);
+  // Each base by itself: a division by a constant is a multiplication.
+  if (f.hex) {
+    do {
+      digits[n++] = "0123456789abcdef"[u & 15];
+      u >>= 4;
+    } while (u != 0);
+  } else {
+    do {
+      digits[n++] = char('0' + u % 10);
+      u /= 10;
+    } while (u != 0);
+  }
   char const sign = negative ? '-' : f.plus ? '+' : 0;
   int const body = n + (sign != 0);
   int const pad = f.width > body ? f.width - body : 0;

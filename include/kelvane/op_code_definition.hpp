@@ -524,15 +524,17 @@ void format_fields(Cell const& cell, char* buf, size_t len) {
 // leaves the empty command and no column is read. A text that ends early
 // gives the later columns the empty text, which reads as empty, or as
 // magic in the cells that have it.
+//
+// Only the text and its NUL are copied: a field that starts past the text's
+// end is given the empty text without reading the buffer there.
 template <class Cell, size_t N>
-void parse_fields(Cell& out, char const* s, char (&buf)[N]) {
+void parse_fields(Cell& out, char const* s, size_t n, char (&buf)[N]) {
   using L = typename Cell::layout;
   using OpType = typename Cell::OpType;
   bytes_clear(out);
-  size_t const n = std::strlen(s);
   size_t const copied = n < N - 1 ? n : N - 1;
   std::memcpy(buf, s, copied);
-  std::memset(buf + copied, 0, N - copied);
+  buf[copied] = 0;
   size_t pos = 0;
   // Each field sees the buffer as a fresh copy of s cut at its end: the
   // byte that the previous cut destroyed is put back first.
@@ -540,7 +542,7 @@ void parse_fields(Cell& out, char const* s, char (&buf)[N]) {
     if (pos < N) buf[pos] = pos < copied ? s[pos] : 0;
     size_t const end = pos + size_t(width);
     if (end < N) buf[end] = 0;
-    char const* text = pos < N ? buf + pos : buf + (N - 1);
+    char const* text = pos < N ? buf + pos : "";
     pos = end;
     return text;
   };
@@ -561,11 +563,12 @@ inline constexpr unsigned kParseLengthAssertLine = 153;
 template <class Cell>
 Cell parse_text(char const* s, char const* function) {
   char buf[kParseBufferSize];
-  if (!(std::strlen(s) < sizeof(buf) - 1))
+  size_t const n = std::strlen(s);
+  if (!(n < sizeof(buf) - 1))
     kelvane_assert_fail("strlen(s) < sizeof(buf) - 1", KELVANE_OP_CODE_DEFINITION_FILE,
                         kParseLengthAssertLine, function);
   Cell cell;
-  parse_fields(cell, s, buf);
+  parse_fields(cell, s, n, buf);
   return cell;
 }
 

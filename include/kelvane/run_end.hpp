@@ -55,23 +55,4 @@ RunEndHandler set_run_end_handler(RunEndHandler handler, RunEndMessage message =
 using ProcessEndHook = void (*)(bool exiting);
 void set_process_end_hook(ProcessEndHook hook);
 
-// True while no handler is set: a run end ends the process.
-bool run_end_ends_process();
-
-// Work done ahead of its turn, on a helper thread or out of order, must
-// not end the run where it stands: the work before it may still print.
-// While a thread defers, a run end prints nothing and throws a
-// DeferredRunEnd, which raise_run_end carries out later, in turn, with the
-// same message and the same way of ending.
-enum class RunEndWay : char { assertion, c_assertion, error };
-struct DeferredRunEnd {
-  RunEndWay way;
-  char const* expr;
-  char const* file;
-  unsigned line;
-  char const* function;
-};
-void set_run_end_deferred(bool deferred);
-[[noreturn]] void raise_run_end(DeferredRunEnd const& end);
-
 }  // namespace kelvane

@@ -485,6 +485,19 @@ void fix_program_members(ImportContext const& c, R& record) {
   for (size_t at : program_member_offsets<R>()) fix_reference(c, *reinterpret_cast<ProgramIdx*>(base + at));
 }
 
+// Whether rewriting a source patch record can change it. A record whose
+// program references are all empty stays as it is, and is compared and
+// copied as it stands in the source; most patches name no program.
+template <class R>
+bool needs_rewriting(ImportContext const& c, R const& record) {
+  // A source that is the target may change under the nested imports.
+  if (c.src == c.tgt) return true;
+  char const* const base = reinterpret_cast<char const*>(&record);
+  for (size_t at : program_member_offsets<R>())
+    if (!reinterpret_cast<ProgramIdx const*>(base + at)->is_empty()) return true;
+  return false;
+}
+
 constexpr char const* kImportPatchFunction = "int import_patch(Project*, const Project*, int, int, int)";
 
 void check_track_types(ImportContext const& c, char const* function) {
@@ -512,20 +525,25 @@ int import_patch(ImportContext const& c, int patch_idx) {
     using Modulation = std::remove_cvref_t<decltype(src_modulation[0])>;
     LocalRecord<Parameters> local_parameters;
     LocalRecord<Modulation> local_modulation;
-    Parameters& parameters = *local_parameters.record;
-    Modulation& modulation = *local_modulation.record;
-    bytes_copy(parameters, src_parameters[patch_idx]);
-    bytes_copy(modulation, src_modulation[patch_idx]);
-    fix_program_members(c, parameters);
-    fix_program_members(c, modulation);
+    Parameters const* source_parameters = &src_parameters[patch_idx];
+    Modulation const* source_modulation = &src_modulation[patch_idx];
+    bool const rewrite_parameters = needs_rewriting(c, *source_parameters);
+    bool const rewrite_modulation = needs_rewriting(c, *source_modulation);
+    if (rewrite_parameters) bytes_copy(*local_parameters.record, *source_parameters);
+    if (rewrite_modulation) bytes_copy(*local_modulation.record, *source_modulation);
+    if (rewrite_parameters) fix_program_members(c, *local_parameters.record);
+    if (rewrite_modulation) fix_program_members(c, *local_modulation.record);
+    Parameters const& parameters = rewrite_parameters ? *local_parameters.record : *source_parameters;
+    Modulation const& modulation = rewrite_modulation ? *local_modulation.record : *source_modulation;
 
     TrackPatchMemory& target = c.tgt->patch_memory[c.track_tgt];
     patch_memory_do(target, c.tgt->track_settings[c.track_tgt].type.index(),
                     [&](auto& tgt_parameters, auto& tgt_modulation) {
       if constexpr (std::is_same_v<std::remove_cvref_t<decltype(tgt_parameters[0])>, Parameters> &&
                     std::is_same_v<std::remove_cvref_t<decltype(tgt_modulation[0])>, Modulation>) {
+        // The modulation, the smaller record, is compared first.
         for (int i = 0; i < kPatchSlots && result < 0; ++i) {
-          if (!bytes_equal(tgt_parameters[i], parameters) || !bytes_equal(tgt_modulation[i], modulation)) continue;
+          if (!bytes_equal(tgt_modulation[i], modulation) || !bytes_equal(tgt_parameters[i], parameters)) continue;
           result = i;
           reused = true;
           report_result("PatchIdx", Digits::hex, patch_idx, i, ImportOutcome::reused, c.track_tgt);

@@ -4,13 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <deque>
-#include <mutex>
+#include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "project/project.hpp"
-#include "settings/ordered_jobs.hpp"
 
 namespace kelvane {
 
@@ -27,22 +26,21 @@ struct DirectoryListing {
   std::string dir;
   ListingState state;
   std::vector<std::string> names;  // sorted
-  std::vector<std::string> regular;  // sorted: the names of plain files
 };
 
 // Names are compared in ASCII lower case, so that a file system that
 // ignores case still finds what the open would find. A name with a byte
 // above 0x7f could fold in other ways: such a directory is not trusted.
-bool fold_name(std::string& name) {
-  for (char& c : name) {
-    if (static_cast<unsigned char>(c) > 0x7f) return false;
-    if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
+bool fold_name(char* name) {
+  for (char* c = name; *c; ++c) {
+    if (static_cast<unsigned char>(*c) > 0x7f) return false;
+    if (*c >= 'A' && *c <= 'Z') *c = char(*c - 'A' + 'a');
   }
   return true;
 }
 
 DirectoryListing list_directory(std::string const& dir) {
-  DirectoryListing listing{dir, ListingState::unknown, {}, {}};
+  DirectoryListing listing{dir, ListingState::unknown, {}};
   DIR* d = opendir(dir.empty() ? "." : dir.c_str());
   if (!d) {
     // A directory that is not there, or a path through a file: every open
@@ -53,64 +51,59 @@ DirectoryListing list_directory(std::string const& dir) {
   bool plain = true;
   errno = 0;
   while (dirent const* entry = readdir(d)) {
-    std::string name = entry->d_name;
+    char name[sizeof entry->d_name];
+    std::strcpy(name, entry->d_name);
     plain = fold_name(name) && plain;
-    if (entry->d_type == DT_REG) listing.regular.push_back(name);
-    listing.names.push_back(std::move(name));
+    listing.names.emplace_back(name);
   }
   bool const complete = errno == 0;
   closedir(d);
   if (!complete || !plain) return listing;
   std::sort(listing.names.begin(), listing.names.end());
-  std::sort(listing.regular.begin(), listing.regular.end());
   listing.state = ListingState::listed;
   return listing;
 }
 
-// The listings of the load in progress; none outside a load. A load reads
-// its slot files on two threads: a listing, once made, stays where it is.
+// The listings of the load in progress; none outside a load.
 bool listings_active = false;
-std::deque<DirectoryListing> listings;
-std::mutex listings_mutex;
+std::vector<DirectoryListing> listings;
 
+// The listing of `dir`, made at the first name asked for in it. A load asks
+// for the names of one directory after the other: the last listing asked
+// for is tried first.
 DirectoryListing const& listing_of(std::string const& dir) {
-  std::lock_guard<std::mutex> const lock(listings_mutex);
-  for (DirectoryListing const& l : listings)
-    if (l.dir == dir) return l;
+  static size_t last = 0;
+  if (last < listings.size() && listings[last].dir == dir) return listings[last];
+  for (last = 0; last < listings.size(); ++last)
+    if (listings[last].dir == dir) return listings[last];
   listings.push_back(list_directory(dir));
-  return listings.back();
+  return listings[last];
 }
 
-// What a listing says of a file.
-enum class Listed {
-  missing,  // its open would certainly fail
-  plain,    // a plain file, under that name and no other that folds to it
-  other,    // anything else: a link, a pipe, a device, or not known
-};
-
-Listed look_up(std::filesystem::path const& file) {
-  if (!listings_active) return Listed::other;
-  DirectoryListing const& listing = listing_of(file.parent_path().native());
-  if (listing.state == ListingState::unknown) return Listed::other;
-  if (listing.state == ListingState::missing) return Listed::missing;
-  std::string name = file.filename().native();
-  if (!fold_name(name)) return Listed::other;
-  auto const [from, to] = std::equal_range(listing.names.begin(), listing.names.end(), name);
-  if (from == to) return Listed::missing;
-  auto const [plain_from, plain_to] = std::equal_range(listing.regular.begin(), listing.regular.end(), name);
-  return plain_to - plain_from == to - from ? Listed::plain : Listed::other;
+// False only if the open of `name` in `dir` would certainly fail.
+bool may_open_in(std::string const& dir, char const* name) {
+  if (!listings_active) return true;
+  DirectoryListing const& listing = listing_of(dir);
+  if (listing.state == ListingState::unknown) return true;
+  if (listing.state == ListingState::missing) return false;
+  char folded[256];
+  size_t n = 0;
+  for (; name[n]; ++n) {
+    if (n + 1 == sizeof folded) return true;
+    folded[n] = name[n];
+  }
+  folded[n] = 0;
+  if (!fold_name(folded)) return true;
+  std::string_view const wanted(folded, n);
+  auto const at = std::lower_bound(listing.names.begin(), listing.names.end(), wanted,
+                                   [](std::string const& a, std::string_view b) { return a < b; });
+  return at != listing.names.end() && *at == wanted;
 }
 
 }  // namespace
 
 bool open_for_reading(std::filesystem::path const& file, LineReader& reader) {
-  Listed const listed = look_up(file);
-  if (listed == Listed::missing) return false;
-  // A load may read its files on two threads. Opening anything but a plain
-  // file may block (a pipe with no writer) or take lines away from another
-  // reader of the same stream: that waits until every file before it is
-  // read, as it would have when they were read one after the other.
-  if (listed != Listed::plain) wait_for_turn();
+  if (!may_open_in(file.parent_path().native(), file.filename().c_str())) return false;
   return reader.open(file.c_str());
 }
 
@@ -132,13 +125,74 @@ bool open_versioned_file(std::filesystem::path const& file, OutputFile& out) {
   return true;
 }
 
+SlotFileNames::SlotFileNames(char const* format) {
+  // The format with two places for the digits where its conversion stands.
+  size_t n = 0;
+  for (char const* p = format; *p && n + 3 < sizeof text_; ++p) {
+    if (p[0] == '%' && p[1] == 's') {
+      digits_at_ = n;
+      n += 2;
+      ++p;
+    } else if (std::strncmp(p, "%02x", 4) == 0) {
+      digits_at_ = n;
+      hex_ = true;
+      n += 2;
+      p += 3;
+    } else {
+      text_[n++] = *p;
+    }
+  }
+  text_[n] = 0;
+  size_ = n;
+}
+
+int SlotFileNames::slot_of(std::string_view name) const {
+  if (name.size() != size_ || name.compare(0, digits_at_, text_, digits_at_) != 0 ||
+      name.compare(digits_at_ + 2, std::string_view::npos, text_ + digits_at_ + 2) != 0)
+    return -1;
+  auto digit = [this](char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= (hex_ ? 'f' : 'z')) return c - 'a' + 10;
+    return -1;
+  };
+  int const high = digit(name[digits_at_]), low = digit(name[digits_at_ + 1]);
+  if (high < 0 || low < 0) return -1;
+  return high * (hex_ ? 16 : 36) + low;
+}
+
+char const* SlotFileNames::operator()(int slot) {
+  if (hex_) {
+    text_[digits_at_] = "0123456789abcdef"[(slot >> 4) & 15];
+    text_[digits_at_ + 1] = "0123456789abcdef"[slot & 15];
+  } else {
+    zz_digits(text_ + digits_at_, slot);
+  }
+  return text_;
+}
+
+SlotFiles::SlotFiles(std::filesystem::path const& dir, char const* format, int count)
+    : dir_(dir), names_(format), may_open_(size_t(count), 1) {
+  if (!listings_active) return;
+  DirectoryListing const& listing = listing_of(dir.native());
+  if (listing.state == ListingState::unknown) return;
+  std::fill(may_open_.begin(), may_open_.end(), 0);
+  if (listing.state == ListingState::missing) return;
+  // The listing holds the names folded to lower case, as the names of the
+  // slots are: a slot may open where its name is there.
+  for (std::string const& name : listing.names) {
+    int const slot = names_.slot_of(name);
+    if (slot >= 0 && slot < count) may_open_[size_t(slot)] = 1;
+  }
+}
+
+int SlotFiles::last_that_may_open() const {
+  for (size_t i = may_open_.size(); i > 0; --i)
+    if (may_open_[i - 1]) return int(i - 1);
+  return -1;
+}
+
 std::filesystem::path slot_file(std::filesystem::path const& dir, char const* format, int slot) {
-  char digits[3];
-  zz_digits(digits, slot);
-  digits[2] = 0;
-  char name[128];
-  std::snprintf(name, sizeof name, format, digits);
-  return dir / name;
+  return dir / SlotFileNames(format)(slot);
 }
 
 std::filesystem::path track_directory(std::filesystem::path const& project, int track) {

@@ -3,6 +3,8 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <string_view>
+#include <vector>
 
 #include "settings/dialog.hpp"
 
@@ -97,6 +99,46 @@ template <class... R>
 bool write_settings_records(std::filesystem::path const& file, R&... records) {
   return write_versioned_settings(file, [&](TextOut& f) { (dialog_append_to_file(records, f), ...); });
 }
+
+// The file names of a kind of numbered slot, as snprintf puts them into a
+// buffer of 128 bytes: `format` holds one "%s", which takes the two base-36
+// digits of a slot ("pattern_%s.txt"), or one "%02x" ("patch_%02x.txt").
+// Made by hand: a load asks for the names of four thousand slots.
+class SlotFileNames {
+ public:
+  explicit SlotFileNames(char const* format);
+  // The name of a slot from 0 to 1295 (from 0 to 255 for "%02x"); valid
+  // until the next call.
+  char const* operator()(int slot);
+  // The slot that `name` is the name of, or -1.
+  int slot_of(std::string_view name) const;
+
+ private:
+  char text_[128];
+  size_t size_ = 0;
+  size_t digits_at_ = 0;
+  bool hex_ = false;
+};
+
+// The numbered slot files of one kind in one directory, `count` of them:
+// their paths, and which of them may open. While a load lists its
+// directories, that is the files the listing holds, found by going through
+// the listing once: a load looks for some six thousand slot files, most of
+// them missing. Elsewhere every file may open.
+class SlotFiles {
+ public:
+  SlotFiles(std::filesystem::path const& dir, char const* format, int count);
+  // False if the open of the slot's file would certainly fail.
+  bool may_open(int slot) const { return may_open_[size_t(slot)] != 0; }
+  // The last slot whose file may open, or -1.
+  int last_that_may_open() const;
+  std::filesystem::path path(int slot) { return dir_ / names_(slot); }
+
+ private:
+  std::filesystem::path dir_;
+  SlotFileNames names_;
+  std::vector<char> may_open_;
+};
 
 // "track_%02d"
 std::filesystem::path track_directory(std::filesystem::path const& project, int track);

@@ -34,10 +34,9 @@ void pattern_initialize(Pattern* pattern) {
   pattern->type = PatternType::from_index(0);
 }
 
-namespace {
-
-auto pattern_file(Pattern* pattern) {
-  return StepFile{
+int project_save_pattern(Pattern* pattern, std::filesystem::path const& file) {
+  bool const written = write_step_file(
+      file,
       [pattern](TextOut& f) {
         dialog_append_to_file(pattern->settings, f);
         f.str("step_mute ");
@@ -47,16 +46,9 @@ auto pattern_file(Pattern* pattern) {
       [pattern] { return PatternType::to_string(pattern->type); },
       [pattern](TextOut& f) {
         pattern_steps_do(*pattern, [&f](auto& steps) { write_step_lines(f, steps.data, kStepsPerPattern); });
-      }};
+      });
+  return written ? 0 : 1;
 }
-
-}  // namespace
-
-int project_save_pattern(Pattern* pattern, std::filesystem::path const& file, MadeAhead* made) {
-  return write_step_file(file, pattern_file(pattern), made) ? 0 : 1;
-}
-
-void project_format_pattern(Pattern* pattern, TextOut& out) { pattern_file(pattern).format(out); }
 
 int project_load_pattern(Pattern* pattern, std::filesystem::path const& file) {
   return project_read_pattern(pattern, file) == StepFileRead::steps ? 0 : 1;

@@ -186,11 +186,8 @@ bool pattern_steps_do(P& pattern, F&& f) {
 // The initial state of a slot: no steps, type MIDI, speed 6, length 64.
 void pattern_initialize(Pattern* pattern);
 
-// Writes a pattern file; 1 (after a message) if it cannot be opened. With
-// `made`, its text was made ahead by project_format_pattern.
-int project_save_pattern(Pattern* pattern, std::filesystem::path const& file, MadeAhead* made = nullptr);
-// The text of a pattern file after its version line.
-void project_format_pattern(Pattern* pattern, TextOut& out);
+// Writes a pattern file; 1 (after a message) if it cannot be opened.
+int project_save_pattern(Pattern* pattern, std::filesystem::path const& file);
 // Reads a pattern file; 0 if its "!steps" line was reached, else 1.
 int project_load_pattern(Pattern* pattern, std::filesystem::path const& file);
 // The same, with what the file gave.

@@ -112,12 +112,9 @@ void project_forget_untouched_slots(Project const* project);
 void project_save(Project* project, char const* path);
 
 // Table and program files; false if a file cannot be opened for writing
-// (after the message). With `made`, the text was made ahead by the format
-// function of its kind, which gives the text after the version line.
-bool project_save_table(Table* table, std::filesystem::path const& file, MadeAhead* made = nullptr);
-bool project_save_program(Program* program, std::filesystem::path const& file, MadeAhead* made = nullptr);
-void project_format_table(Table* table, TextOut& out);
-void project_format_program(Program* program, TextOut& out);
+// (after the message).
+bool project_save_table(Table* table, std::filesystem::path const& file);
+bool project_save_program(Program* program, std::filesystem::path const& file);
 StepFileRead project_load_table(Table* table, std::filesystem::path const& file);
 StepFileRead project_load_program(Program* program, std::filesystem::path const& file);
 

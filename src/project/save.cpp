@@ -2,14 +2,12 @@
 // order. Nothing is deleted. Some failures end the save, others are
 // reported and passed over; what was written stays.
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
 
 #include "project/files.hpp"
 #include "project/project.hpp"
-#include "settings/ordered_jobs.hpp"
 
 namespace kelvane {
 
@@ -69,67 +67,6 @@ void save_program_variables(Project* project, fs::path const& dir) {
   }
 }
 
-// The numbered slot files, in the order they are written: how many the
-// counter says, the name, how the text is made and how the file is
-// written. A pattern or program file that cannot be written ends the save,
-// a table file does not.
-struct SlotFileKind {
-  int Project::*count;
-  char const* name_format;
-  void (*make)(Project*, int, TextOut&);
-  bool (*write)(Project*, int, fs::path const&, MadeAhead*);  // false: the save ends
-};
-
-constexpr SlotFileKind kSlotFileKinds[] = {
-    {&Project::allocated_patterns, "patterns/pattern_%s.txt",
-     [](Project* p, int i, TextOut& out) { project_format_pattern(&p->patterns[i], out); },
-     [](Project* p, int i, fs::path const& file, MadeAhead* made) {
-       return project_save_pattern(&p->patterns[i], file, made) == 0;
-     }},
-    {&Project::allocated_tables, "tables/table_%s.txt",
-     [](Project* p, int i, TextOut& out) { project_format_table(&p->tables[i], out); },
-     [](Project* p, int i, fs::path const& file, MadeAhead* made) {
-       project_save_table(&p->tables[i], file, made);
-       return true;
-     }},
-    {&Project::allocated_programs, "programs/program_%s.txt",
-     [](Project* p, int i, TextOut& out) { project_format_program(&p->programs[i], out); },
-     [](Project* p, int i, fs::path const& file, MadeAhead* made) {
-       return project_save_program(&p->programs[i], file, made);
-     }},
-};
-
-int files_of(Project const* project, SlotFileKind const& kind) { return std::max(0, project->*kind.count); }
-
-// Job `job` of the slot files: its kind and the slot inside it.
-SlotFileKind const& slot_of_job(Project const* project, int& job) {
-  for (SlotFileKind const& kind : kSlotFileKinds) {
-    if (job < files_of(project, kind)) return kind;
-    job -= files_of(project, kind);
-  }
-  return kSlotFileKinds[0];  // not reached: jobs stop at the sum of the counters
-}
-
-// Writes the slot files in order; false if one of them ended the save.
-// The texts are made ahead, on two threads, while the files are written.
-bool save_slot_files(Project* project, fs::path const& dir) {
-  int jobs = 0;
-  for (SlotFileKind const& kind : kSlotFileKinds) jobs += files_of(project, kind);
-  bool ended = false;
-  run_made_ahead(
-      jobs,
-      [project](int job, TextOut& out) {
-        SlotFileKind const& kind = slot_of_job(project, job);
-        kind.make(project, job, out);
-      },
-      [project, &dir, &ended](int job, MadeAhead* made) {
-        SlotFileKind const& kind = slot_of_job(project, job);
-        ended = !kind.write(project, job, slot_file(dir, kind.name_format, job), made);
-        return !ended;
-      });
-  return !ended;
-}
-
 }  // namespace
 
 void project_save(Project* project, char const* path) {
@@ -143,8 +80,14 @@ void project_save(Project* project, char const* path) {
 
   project_save_memory_files(project, dir);
 
-  // Only the counters decide which slots are written.
-  if (!save_slot_files(project, dir)) return;
+  // Only the counters decide which slots are written. A pattern or program
+  // file that cannot be written ends the save, a table file does not.
+  for (int i = 0; i < project->allocated_patterns; ++i)
+    if (project_save_pattern(&project->patterns[i], slot_file(dir, "patterns/pattern_%s.txt", i)) != 0) return;
+  for (int i = 0; i < project->allocated_tables; ++i)
+    project_save_table(&project->tables[i], slot_file(dir, "tables/table_%s.txt", i));
+  for (int i = 0; i < project->allocated_programs; ++i)
+    if (!project_save_program(&project->programs[i], slot_file(dir, "programs/program_%s.txt", i))) return;
 
   write_settings_file(project->project_settings, dir / "project_settings.txt");
 

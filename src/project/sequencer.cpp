@@ -6,7 +6,6 @@
 
 #include "project/files.hpp"
 #include "project/project.hpp"
-#include "settings/ordered_jobs.hpp"
 
 namespace kelvane {
 
@@ -72,8 +71,9 @@ void project_check_sequencer_column(Project* project, int track) {
       continue;
     }
     if (i >= project->allocated_patterns) {
-      message_printf(stderr, "warning: pattern idx %x(%d) is out of range of allocated patterns (%d), removing\n",
-                     unsigned(i), i, project->allocated_patterns);
+      std::fprintf(stderr,
+                   "warning: pattern idx %x(%d) is out of range of allocated patterns (%d), removing\n",
+                   unsigned(i), i, project->allocated_patterns);
       cell = PatternIdx::empty_cell();
       continue;
     }

@@ -6,16 +6,17 @@
 // A step record describes its fields once, in writing order, as a tuple of
 // `StepField`s; the reader and the writer below walk that tuple.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <string>
 #include <tuple>
 
 #include "kelvane/op_code_definition.hpp"
 #include "kelvane/types.hpp"
 #include "project/files.hpp"
 #include "settings/dialog.hpp"
-#include "settings/ordered_jobs.hpp"
 
 namespace kelvane {
 
@@ -40,11 +41,26 @@ void format_step_cell(Cell const& cell, char* buf, size_t len) {
   cell.format_string(buf, len);
 }
 
+// Field keys are shorter than this.
+inline constexpr size_t kStepKeyLimit = 64;
+
+// "%d %s %d %s\n" of a step, a field key, a column and the text of a cell,
+// escaped. The line is put together here and goes to `out` in one piece.
+void write_step_line(TextOut& out, int step, char const* key, int column, char const* text);
+
+// The length of the longest field key of a step record.
+template <class Step>
+constexpr size_t longest_step_key() {
+  return std::apply([](auto const&... fields) { return std::max({std::char_traits<char>::length(fields.key)...}); },
+                    Step::fields);
+}
+
 // Writes the step lines of `count` steps: steps ascending, fields in the
 // record's writing order, columns ascending, and only cells that are not
 // all zero.
 template <class Step>
 void write_step_lines(TextOut& out, Step const* steps, int count) {
+  static_assert(longest_step_key<Step>() < kStepKeyLimit);
   for (int s = 0; s < count; ++s) {
     std::apply(
         [&](auto const&... fields) {
@@ -54,17 +70,7 @@ void write_step_lines(TextOut& out, Step const* steps, int count) {
               if (bytes_zero(cells[c])) continue;
               char text[kValueTextSize];
               format_step_cell(cells[c], text, sizeof text);
-              char escaped[kEscapedTextSize];
-              escape_setting_text(text, escaped, kValueEscapeLimit);
-              // "%d %s %d %s\n"
-              out.decimal(s);
-              out.put(' ');
-              out.str(field.key);
-              out.put(' ');
-              out.decimal(c);
-              out.put(' ');
-              out.str(escaped);
-              out.put('\n');
+              write_step_line(out, s, field.key, c, text);
             }
           };
           (one(fields), ...);
@@ -90,17 +96,25 @@ struct StepLine {
 };
 bool split_step_line(char const* line, int step_count, StepLine* out);
 
+// Whether two keys are equal. Keys are short: comparing them here costs
+// less than a call of strcmp, and every step line compares its key with a
+// few field keys.
+inline bool same_key(char const* a, char const* b) {
+  for (; *a == *b; ++a, ++b)
+    if (*a == 0) return true;
+  return false;
+}
+
 // Reads the step lines of an open file into `count` steps. Files older than
 // version 1 numbered `cond_mask` columns from 1: column 0 then held a flag
 // that only program rows keep (through `Step::legacy_cond_mask` where the
 // record has it), and the other columns move down by one.
 template <class Step>
 void read_step_lines(LineReader& file, Step* steps, int count, int version) {
-  char line[kLineSize];
   StepLine l;
-  while (file.next(line, sizeof line)) {
+  while (char const* line = file.next_line(kLineSize)) {
     if (!split_step_line(line, count, &l)) continue;
-    if (version < 1 && std::strcmp(l.key, "cond_mask") == 0) {
+    if (version < 1 && same_key(l.key, "cond_mask")) {
       if (l.column == 0) {
         unsigned flag;
         if (std::sscanf(l.text, "%x", &flag) == 1) {
@@ -114,9 +128,9 @@ void read_step_lines(LineReader& file, Step* steps, int count, int version) {
     std::apply(
         [&](auto const&... fields) {
           auto one = [&](auto const& field) {
-            if (l.key[0] != field.key[0] || std::strcmp(l.key, field.key) != 0) return;
+            if (!same_key(l.key, field.key)) return;
             if (l.column < 0 || l.column >= field.columns) {
-              message_puts(stderr, "warning, incorrect column idx found\n");
+              std::fputs("warning, incorrect column idx found\n", stderr);
               return;
             }
             using Cell = typename std::remove_cvref_t<decltype(field)>::cell_type;
@@ -169,44 +183,23 @@ StepFileRead read_step_file(std::filesystem::path const& path, Reset&& reset, Of
   return reached_steps ? StepFileRead::steps : StepFileRead::header_only;
 }
 
-// A file with step lines, after its version line: `write_header(out)`,
-// "!steps <kind()>", `write_steps(out)`. The kind is asked for only once
-// the header stands in the text.
+// Writes a file with step lines: the version line, `write_header(file)`,
+// "!steps <kind()>", `write_steps(file)`. The kind is asked for only once
+// the header stands in the file. A file that cannot be opened is reported;
+// false then.
 template <class WriteHeader, class Kind, class WriteSteps>
-struct StepFile {
-  WriteHeader write_header;
-  Kind kind;
-  WriteSteps write_steps;
-
-  void format(TextOut& out) {
-    write_header(out);
-    out.str("!steps ");
-    out.str(kind());
-    out.put('\n');
-    write_steps(out);
-  }
-};
-template <class WriteHeader, class Kind, class WriteSteps>
-StepFile(WriteHeader, Kind, WriteSteps) -> StepFile<WriteHeader, Kind, WriteSteps>;
-
-// Writes a file with step lines: the version line, then the text. `made`,
-// if set, holds the text made ahead, and what ended its making is carried
-// out once the file stands open, where the making would have run. A file
-// that cannot be opened is reported; false then.
-template <class WriteHeader, class Kind, class WriteSteps>
-bool write_step_file(std::filesystem::path const& path, StepFile<WriteHeader, Kind, WriteSteps> file,
-                     MadeAhead* made = nullptr) {
+bool write_step_file(std::filesystem::path const& path, WriteHeader&& write_header, Kind&& kind,
+                     WriteSteps&& write_steps) {
   OutputFile f;
   if (!open_versioned_file(path, f)) {
     std::fprintf(stderr, "error: could not open \"%s\" for writing!\n", path.c_str());
     return false;
   }
-  if (made) {
-    f.out.chars(made->out.text.data(), made->out.text.size());
-    release_made_ahead(*made);
-  } else {
-    file.format(f.out);
-  }
+  write_header(f.out);
+  f.out.str("!steps ");
+  f.out.str(kind());
+  f.out.put('\n');
+  write_steps(f.out);
   f.close();
   return true;
 }

@@ -24,10 +24,11 @@ namespace {
 // A table or a program: its settings, then `rows`. The settings' name may
 // lack a terminator and then runs on into the bytes of the slot behind it.
 template <class Slot, class Row, int N>
-auto slot_file(Slot* slot, Row (Slot::*rows)[N], char const* kind) {
-  return StepFile{
+bool save_slot(Slot* slot, Row (Slot::*rows)[N], char const* kind, std::filesystem::path const& file) {
+  return write_step_file(
+      file,
       [slot](TextOut& f) { dialog_append_to_file(slot->settings, f, reinterpret_cast<char const*>(slot + 1)); },
-      [kind] { return kind; }, [slot, rows](TextOut& f) { write_step_lines(f, slot->*rows, N); }};
+      [kind] { return kind; }, [slot, rows](TextOut& f) { write_step_lines(f, slot->*rows, N); });
 }
 
 // The header goes to the settings, but for `step_mute`, which only a
@@ -44,15 +45,11 @@ StepFileRead load_slot(Slot* slot, Row (Slot::*rows)[N], Reset reset, std::files
 
 }  // namespace
 
-bool project_save_table(Table* table, std::filesystem::path const& file, MadeAhead* made) {
-  return write_step_file(file, slot_file(table, &Table::steps, "table"), made);
+bool project_save_table(Table* table, std::filesystem::path const& file) {
+  return save_slot(table, &Table::steps, "table", file);
 }
-bool project_save_program(Program* program, std::filesystem::path const& file, MadeAhead* made) {
-  return write_step_file(file, slot_file(program, &Program::rows, "program"), made);
-}
-void project_format_table(Table* table, TextOut& out) { slot_file(table, &Table::steps, "table").format(out); }
-void project_format_program(Program* program, TextOut& out) {
-  slot_file(program, &Program::rows, "program").format(out);
+bool project_save_program(Program* program, std::filesystem::path const& file) {
+  return save_slot(program, &Program::rows, "program", file);
 }
 StepFileRead project_load_table(Table* table, std::filesystem::path const& file) {
   return load_slot(table, &Table::steps, table_reset, file);
@@ -65,8 +62,8 @@ StepFileRead project_load_program(Program* program, std::filesystem::path const&
 // "!steps" is not looked at. A file that opens clears the whole memory.
 template <class Entry, int N>
 static bool save_memory(Entry const (&entries)[N], char const* kind, std::filesystem::path const& file) {
-  return write_step_file(file, StepFile{no_header_lines, [kind] { return kind; },
-                                        [&entries](TextOut& f) { write_step_lines(f, entries, N); }});
+  return write_step_file(file, no_header_lines, [kind] { return kind; },
+                         [&entries](TextOut& f) { write_step_lines(f, entries, N); });
 }
 template <class Entry, int N>
 static void load_memory(Entry (&entries)[N], std::filesystem::path const& file) {

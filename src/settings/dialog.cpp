@@ -4,12 +4,13 @@
 #include "settings/dialog.hpp"
 
 #include <cstdlib>
-
-#include "settings/ordered_jobs.hpp"
+#include <functional>
+#include <iterator>
+#include <string_view>
 
 namespace kelvane {
 
-thread_local bool chiptune_to_monosampler_promotion = false;
+bool chiptune_to_monosampler_promotion = false;
 
 namespace {
 
@@ -65,7 +66,7 @@ int hex_value(char c) {
 
 }  // namespace
 
-void escape_setting_text(char const* in, char* out, int limit) {
+int escape_setting_text(char const* in, char* out, int limit) {
   int n = 0;
   for (; *in && n < limit; ++in) {
     unsigned char const c = static_cast<unsigned char>(*in);
@@ -80,6 +81,7 @@ void escape_setting_text(char const* in, char* out, int limit) {
     out[n++] = kHexDigits[c & 15];
   }
   out[n] = 0;
+  return n;
 }
 
 void unescape_setting_text(char const* in, char* out, int out_size) {
@@ -116,40 +118,84 @@ SettingsKey::SettingsKey(char const* file_key)
       promoted(chiptune_to_monosampler_promotion ? paired_name(kPromotionPairs, file_key) : nullptr),
       current(paired_name(kReplacements, file_key)) {}
 
-void member_table_find(MemberTable const& table, char const* name, MemberMatches& matches) {
-  auto const range = table.ranges.find(std::string_view(name));
-  if (range == table.ranges.end()) return;
-  for (uint32_t i = range->second.first; i < range->second.second; ++i) {
-    MemberEntry const& e = table.by_name[i];
-    if (!e.inside || matches.count == MemberMatches::kCapacity) {
-      matches.walk = true;
-      return;
-    }
-    matches.entries[matches.count++] = &e;
+char const* settings_promoted_name(char const* key) { return paired_name(kPromotionPairs, key); }
+
+namespace {
+
+// The place of `key` in the table, or the free place where it would go.
+template <class Keys>
+auto& key_place(Keys& keys, char const* key) {
+  std::string_view const text(key);
+  size_t const mask = keys.size() - 1;
+  for (size_t at = std::hash<std::string_view>{}(text) & mask;; at = (at + 1) & mask) {
+    auto& place = keys[at];
+    if (place.text.data() == nullptr || place.text == text) return place;
   }
+}
+
+}  // namespace
+
+void member_table_index(MemberTable& table) {
+  size_t places = 16;
+  while (places < 2 * (table.by_name.size() + std::size(kReplacements))) places *= 2;
+  table.keys.assign(places, MemberTable::Key{});
+  for (uint32_t i = 0; i < table.by_name.size(); ++i) {
+    MemberTable::Key& place = key_place(table.keys, table.by_name[i].name);
+    if (place.text.data() == nullptr) {
+      place.text = table.by_name[i].name;
+      place.members.first = i;
+    }
+    place.members.last = i + 1;
+  }
+  for (auto const& pair : kReplacements) {
+    MemberTable::Key const& current = key_place(table.keys, pair[1]);
+    if (current.text.data() == nullptr) continue;
+    KeyMembers const found = current.members;
+    MemberTable::Key& older = key_place(table.keys, pair[0]);
+    older.text = pair[0];
+    older.members.current_first = found.first;
+    older.members.current_last = found.last;
+  }
+}
+
+void member_table_find(MemberTable const& table, char const* key, MemberMatches& matches) {
+  MemberTable::Key const& found = key_place(table.keys, key);
+  if (found.text.data() == nullptr) return;
+  auto add = [&](uint32_t first, uint32_t last) {
+    for (uint32_t i = first; i < last; ++i) {
+      MemberEntry const& e = table.by_name[i];
+      if (!e.inside || matches.count == MemberMatches::kCapacity) {
+        matches.walk = true;
+        return;
+      }
+      matches.entries[matches.count++] = &e;
+    }
+  };
+  add(found.members.first, found.members.last);
+  add(found.members.current_first, found.members.current_last);
 }
 
 // "%s %s\n"
 void settings_write_line(TextOut& out, char const* key, char const* text, int limit) {
   char escaped[kEscapedTextSize];
-  escape_setting_text(text, escaped, limit);
+  int const n = escape_setting_text(text, escaped, limit);
   out.str(key);
   out.put(' ');
-  out.str(escaped);
+  out.chars(escaped, size_t(n));
   out.put('\n');
 }
 
 void settings_report_array_parse_error(char const* key, char const* value) {
-  message_printf(stderr, "error parsing array value: %s %s\n", key, value);
+  std::fprintf(stderr, "error parsing array value: %s %s\n", key, value);
 }
 
 void settings_report_array_index_error(int index, char const* key, char const* value) {
-  message_printf(stderr, "found incorrect array index %d at %s %s\n", index, key, value);
+  std::fprintf(stderr, "found incorrect array index %d at %s %s\n", index, key, value);
 }
 
 void SettingsCodec<PatternType>::read(PatternType& cell, char const*, char const* value) {
-  char text[kEscapedTextSize];
-  unescape_setting_text(value, text);
+  char buffer[kEscapedTextSize];
+  char const* const text = unescaped_value(value, buffer);
   for (int i = PatternType::count() - 1; i >= 1; --i) {
     if (std::strcmp(text, PatternType::names[i]) == 0) {
       cell = PatternType::from_index(i);
@@ -176,15 +222,14 @@ void SettingsCodec<KVSamplePath>::write(TextOut& out, char const* key, KVSampleP
 }
 
 void SettingsCodec<KVSamplePath>::read(KVSamplePath& path, char const*, char const* value) {
-  char plain[kEscapedTextSize];
-  unescape_setting_text(value, plain);
-  copy_text_into(path.data, KVSamplePath::size, plain);
+  char buffer[kEscapedTextSize];
+  copy_text_into(path.data, KVSamplePath::size, unescaped_value(value, buffer));
 }
 
 bool settings_split_line(char const* line, char* key, char* value) {
   if (scan_key_value(line, key, value) != 2) return false;
-  if (std::strcmp(key, "type") == 0 && std::strcmp(value, "Chiptune") == 0) {
-    message_puts(stdout, "found Chiptune track type, promoting to MonoSampler!\n");
+  if (key[0] == 't' && std::strcmp(key, "type") == 0 && std::strcmp(value, "Chiptune") == 0) {
+    std::puts("found Chiptune track type, promoting to MonoSampler!");
     chiptune_to_monosampler_promotion = true;
     std::strcpy(value, "MonoSampler");
   }

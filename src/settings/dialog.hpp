@@ -13,20 +13,17 @@
 #include <string_view>
 #include <tuple>
 #include <type_traits>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "kelvane/types.hpp"
-#include "settings/text_io.hpp"
+#include "io/text_io.hpp"
 
 namespace kelvane {
 
 // Set while a track whose type was read as "Chiptune" is being loaded: the
 // keys of the old instrument then reach the oscillators of a MonoSampler.
-// Each thread has its own: a load reads its files on two threads and
-// carries the flag over from the files in turn.
-extern thread_local bool chiptune_to_monosampler_promotion;
+extern bool chiptune_to_monosampler_promotion;
 
 // Buffer sizes of the settings text work.
 inline constexpr int kValueTextSize = 128;    // a formatted value
@@ -38,7 +35,8 @@ inline constexpr int kTextEscapeLimit = kEscapedTextSize - 1;
 // Writes `in` with every backslash, blank and unprintable byte as "\xNN".
 // The output holds at most `limit` characters plus a NUL (out must have
 // room for limit + 1); an escape that would pass limit - 5 ends the text.
-void escape_setting_text(char const* in, char* out, int limit);
+// Returns the length of the output.
+int escape_setting_text(char const* in, char* out, int limit);
 
 // Undoes the escape into `out` of `out_size` bytes (a settings value has
 // kEscapedTextSize, a step value kLineSize). "\x" takes the next two bytes
@@ -130,6 +128,14 @@ struct SettingsKey {
 // Writes one "key value" line with the value escaped under `limit`.
 void settings_write_line(TextOut& out, char const* key, char const* text, int limit);
 
+// The text of a value with its escapes undone: the value itself where it
+// holds no backslash, else the text undone into `buffer`.
+inline char const* unescaped_value(char const* value, char (&buffer)[kEscapedTextSize]) {
+  if (!std::strchr(value, '\\')) return value;
+  unescape_setting_text(value, buffer);
+  return buffer;
+}
+
 // ---------------------------------------------------------------------------
 // Codecs: how one member type is reset, written and read.
 
@@ -151,9 +157,8 @@ struct CellCodec {
     settings_write_line(out, key, text, kValueEscapeLimit);
   }
   static void read(T& cell, char const*, char const* value) {
-    char text[kEscapedTextSize];
-    unescape_setting_text(value, text);
-    T const parsed = T::parse_string(text);
+    char buffer[kEscapedTextSize];
+    T const parsed = T::parse_string(unescaped_value(value, buffer));
     if (!bytes_zero(parsed)) cell = parsed;
   }
 };
@@ -167,17 +172,15 @@ template <>
 struct SettingsCodec<ProgramIdx> : CellCodec<ProgramIdx> {
   static void set_default(ProgramIdx& cell) { cell = ProgramIdx::empty_cell(); }
   static void read(ProgramIdx& cell, char const*, char const* value) {
-    char text[kEscapedTextSize];
-    unescape_setting_text(value, text);
-    cell = ProgramIdx::parse_string(text);
+    char buffer[kEscapedTextSize];
+    cell = ProgramIdx::parse_string(unescaped_value(value, buffer));
   }
 };
 template <>
 struct SettingsCodec<TrackIdx> : CellCodec<TrackIdx> {
   static void read(TrackIdx& cell, char const*, char const* value) {
-    char text[kEscapedTextSize];
-    unescape_setting_text(value, text);
-    cell = TrackIdx::parse_string(text);
+    char buffer[kEscapedTextSize];
+    cell = TrackIdx::parse_string(unescaped_value(value, buffer));
   }
 };
 
@@ -211,9 +214,8 @@ struct SettingsCodec<KVArray<char, N>> {
     settings_write_text(out, key, text.data, record_end);
   }
   static void read(KVArray<char, N>& text, char const*, char const* value) {
-    char plain[kEscapedTextSize];
-    unescape_setting_text(value, plain);
-    copy_text_into(text.data, N, plain);
+    char buffer[kEscapedTextSize];
+    copy_text_into(text.data, N, unescaped_value(value, buffer));
   }
 };
 template <>
@@ -334,11 +336,28 @@ struct MemberEntry {
   void (*read)(void* target, char const* key, char const* value);
 };
 
+// The members a key of a file reaches by itself: those named so, and for an
+// older key those of its current name. First and one past the last of each,
+// in `by_name`.
+struct KeyMembers {
+  uint32_t first = 0, last = 0;
+  uint32_t current_first = 0, current_last = 0;
+};
+
 struct MemberTable {
   std::vector<MemberEntry> by_name;  // sorted by name, then place
-  // The entries of each name: first and one past the last, in by_name.
-  std::unordered_map<std::string_view, std::pair<uint32_t, uint32_t>> ranges;
+  // Every member name, and every older key whose current name is one, in
+  // an open hash table: a power of two of places, at least twice as many
+  // as keys, found from the key's hash onwards; a free place has no text.
+  struct Key {
+    std::string_view text;
+    KeyMembers members;
+  };
+  std::vector<Key> keys;
 };
+
+// Fills `keys` from `by_name`.
+void member_table_index(MemberTable& table);
 
 template <class T>
 void member_read(void* target, char const* key, char const* value) {
@@ -354,8 +373,12 @@ struct MemberMatches {
   bool walk = false;  // one lies outside the record, or there were too many
 };
 
-// Adds the members named `name` to `matches`.
-void member_table_find(MemberTable const& table, char const* name, MemberMatches& matches);
+// Adds the members that `key` reaches by itself to `matches`.
+void member_table_find(MemberTable const& table, char const* key, MemberMatches& matches);
+
+// The member name that `key` is promoted to while the Chiptune flag is set,
+// or null.
+char const* settings_promoted_name(char const* key);
 
 template <class R>
 MemberTable member_table_build(R& record) {
@@ -379,34 +402,33 @@ MemberTable member_table_build(R& record) {
     int const c = std::strcmp(a.name, b.name);
     return c < 0 || (c == 0 && a.place < b.place);
   });
-  for (uint32_t i = 0; i < table.by_name.size(); ++i) {
-    auto [at, added] = table.ranges.try_emplace(std::string_view(table.by_name[i].name), i, i + 1);
-    if (!added) at->second.second = i + 1;
-  }
+  member_table_index(table);
   return table;
 }
 
 // The members that a key reaches, in the order of the member list, each
 // once: those named by the key itself, its promoted name and its current
 // name. Every line of a settings file goes through here, so a record of
-// nine hundred members costs a few string comparisons per line, not nine
-// hundred.
+// nine hundred members costs a lookup per line, not nine hundred string
+// comparisons.
 template <class R>
 void dialog_set_value(R& record, char const* key, char const* value) {
   static MemberTable const table = member_table_build(record);
-  SettingsKey const k(key);
   MemberMatches found;
-  member_table_find(table, k.key, found);
-  if (k.promoted) member_table_find(table, k.promoted, found);
-  if (k.current) member_table_find(table, k.current, found);
+  member_table_find(table, key, found);
+  if (chiptune_to_monosampler_promotion)
+    if (char const* const promoted = settings_promoted_name(key)) member_table_find(table, promoted, found);
   if (found.walk) {
-    dialog_offer_to_each_member(record, k, key, value);
+    dialog_offer_to_each_member(record, SettingsKey(key), key, value);
     return;
   }
   MemberEntry const** const end = found.entries + found.count;
-  std::sort(found.entries, end, [](MemberEntry const* a, MemberEntry const* b) { return a->place < b->place; });
-  // A member reached by two of the names reads the value once.
-  MemberEntry const** const last = std::unique(found.entries, end);
+  MemberEntry const** last = end;
+  if (found.count > 1) {
+    std::sort(found.entries, end, [](MemberEntry const* a, MemberEntry const* b) { return a->place < b->place; });
+    // A member reached by two of the names reads the value once.
+    last = std::unique(found.entries, end);
+  }
   char* const begin = reinterpret_cast<char*>(&record);
   for (MemberEntry const** e = found.entries; e != last; ++e) (*e)->read(begin + (*e)->offset, key, value);
 }
@@ -425,10 +447,9 @@ bool settings_split_line(char const* line, char* key, char* value);
 // at the next line.
 template <class F>
 void settings_read_lines(LineReader& file, F&& offer) {
-  char line[kLineSize];
   char key[kLineSize];
   char value[kLineSize];
-  while (file.next(line, sizeof line)) {
+  while (char const* line = file.next_line(kLineSize)) {
     if (!settings_split_line(line, key, value)) continue;
     if constexpr (std::is_same_v<decltype(offer(key, value)), bool>) {
       if (!offer(key, value)) return;

@@ -8,10 +8,8 @@
 // destination name ("depth" 0x1A "pitch"); the slot is declared once and
 // stamped per destination, its keys made at compile time.
 
-#include <array>
 #include <cstdint>
 #include <tuple>
-#include <type_traits>
 #include <utility>
 
 #include "kelvane/types.hpp"
@@ -52,47 +50,17 @@ void visit_indexed_groups(F& f, Make&& make) {
 // Page selectors of the tracker's dialogs: members of the records' lists,
 // but one value for the whole process, not stored per patch. The default
 // step of their record sets them to 0.
-//
-// Each thread has its own: a load reads the patch files of its tracks on
-// two threads, and then takes over, for each selector, what the last track
-// whose records have it left (see page_selector_places).
 
 struct InstrumentParametersMonoSamplerIdx {
-  static inline thread_local I<0, 3, 0> oscillator;
+  static inline I<0, 3, 0> oscillator;
 };
 struct InstrumentParametersFMSynthIdx {
-  static inline thread_local I<0, 7, 0> oscillator;
-  static inline thread_local I<0, 3, 0> envelope;
+  static inline I<0, 7, 0> oscillator;
+  static inline I<0, 3, 0> envelope;
 };
 struct InstrumentParametersOneShotIdx {
-  static inline thread_local I<0, 7, 0> idx;
+  static inline I<0, 7, 0> idx;
 };
-
-// The page selectors of the calling thread: where each cell lies. They are
-// copied as bytes (all have the size of one cell).
-inline constexpr int kPageSelectors = 4;
-using PageSelectorBytes = std::array<unsigned char, sizeof(I<0, 3, 0>)>;
-inline std::array<void*, kPageSelectors> page_selector_places() {
-  static_assert(sizeof(I<0, 3, 0>) == sizeof(I<0, 7, 0>) && std::is_trivially_copyable_v<I<0, 3, 0>> &&
-                std::is_trivially_copyable_v<I<0, 7, 0>>);
-  return {&InstrumentParametersMonoSamplerIdx::oscillator, &InstrumentParametersFMSynthIdx::oscillator,
-          &InstrumentParametersFMSynthIdx::envelope, &InstrumentParametersOneShotIdx::idx};
-}
-
-// Which page selectors (of the calling thread) are members of `record`.
-template <class R>
-std::array<bool, kPageSelectors> page_selectors_of(R& record) {
-  std::array<void*, kPageSelectors> const places = page_selector_places();
-  std::array<bool, kPageSelectors> found{};
-  record.do_it([&](auto... members) {
-    auto one = [&](auto m) {
-      for (int k = 0; k < kPageSelectors; ++k)
-        if (static_cast<void const*>(m.target) == places[k]) found[k] = true;
-    };
-    (one(members), ...);
-  });
-  return found;
-}
 
 // ---------------------------------------------------------------------------
 // Instrument parameters.

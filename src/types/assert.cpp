@@ -15,7 +15,6 @@ namespace {
 RunEndHandler handler = nullptr;
 RunEndMessage handler_message = RunEndMessage::printed;
 ProcessEndHook process_end_hook = nullptr;
-thread_local bool deferred = false;
 
 void before_process_end(bool exiting) {
   if (process_end_hook) process_end_hook(exiting);
@@ -34,22 +33,6 @@ bool prints_message() { return !handler || handler_message == RunEndMessage::pri
 
 void set_process_end_hook(ProcessEndHook hook) { process_end_hook = hook; }
 
-bool run_end_ends_process() { return handler == nullptr; }
-
-void set_run_end_deferred(bool on) { deferred = on; }
-
-void raise_run_end(DeferredRunEnd const& end) {
-  switch (end.way) {
-    case RunEndWay::assertion:
-      run_end_assertion(end.expr, end.file, end.line, end.function);
-    case RunEndWay::c_assertion:
-      run_end_c_assertion(end.expr, end.file, end.line, end.function);
-    case RunEndWay::error:
-      break;
-  }
-  run_end_error();
-}
-
 RunEndHandler set_run_end_handler(RunEndHandler h, RunEndMessage message) {
   RunEndHandler const before = handler;
   handler = h;
@@ -58,7 +41,6 @@ RunEndHandler set_run_end_handler(RunEndHandler h, RunEndMessage message) {
 }
 
 void run_end_assertion(char const* expr, char const* file, unsigned line, char const* function) {
-  if (deferred) throw DeferredRunEnd{RunEndWay::assertion, expr, file, line, function};
   // What the run printed so far reaches its stream first: the progress
   // lines tell which request failed.
   std::fflush(stdout);
@@ -69,7 +51,6 @@ void run_end_assertion(char const* expr, char const* file, unsigned line, char c
 }
 
 void run_end_c_assertion(char const* expr, char const* file, unsigned line, char const* function) {
-  if (deferred) throw DeferredRunEnd{RunEndWay::c_assertion, expr, file, line, function};
   std::fflush(stdout);
   if (!handler) {
     before_process_end(false);
@@ -82,7 +63,6 @@ void run_end_c_assertion(char const* expr, char const* file, unsigned line, char
 }
 
 void run_end_error() {
-  if (deferred) throw DeferredRunEnd{RunEndWay::error, "", "", 0, ""};
   std::fflush(stdout);
   if (handler) hand_over({RunEndKind::error, "", "", 0, "", ""});
   before_process_end(true);

@@ -21,7 +21,11 @@ void MemoryAddress::format_string(char* buf, size_t len) const { command::format
 
 char const* op_code_key_upgrade(char const* key) {
   static constexpr char const* older[] = {"op_code_midi", "op_code_all", "op_code_mono_sampler"};
-  if (std::strncmp(key, "op_code_", 8) != 0) return key;
+  // Most keys differ from the prefix in their first bytes: compared here,
+  // byte by byte up to the first difference, as strncmp would.
+  static constexpr char kPrefix[] = "op_code_";
+  for (int i = 0; i < 8; ++i)
+    if (key[i] != kPrefix[i]) return key;
   for (char const* o : older)
     if (std::strcmp(key, o) == 0) return "op_code";
   return key;

@@ -11,7 +11,6 @@
 #include <string>
 
 #include "project/project.hpp"
-#include "settings/ordered_jobs.hpp"
 
 using namespace kelvane;
 namespace fs = std::filesystem;
@@ -147,9 +146,10 @@ TEST(ProjectLoad, TrackFilesAndChiptune) {
   EXPECT_FALSE(chiptune_to_monosampler_promotion);
 }
 
-// The tracks load on two threads, each with its own page selectors and
-// Chiptune flag; what a load leaves in them is what a load in turn leaves.
-TEST(ProjectLoad, TracksOnTwoThreadsLeaveWhatALoadInTurnLeaves) {
+// The page selectors and the Chiptune flag are left as the last track that
+// sets each one left them: a patch record's reset sets its selectors, and
+// a track's patch files set them again.
+TEST(ProjectLoad, PageSelectorsAndFlagAreWhatTheLastTrackLeft) {
   fs::path const dir = scratch("selectors");
   auto track = [&](int t, char const* type, char const* last_patch_lines) {
     char name[16];
@@ -166,84 +166,45 @@ TEST(ProjectLoad, TracksOnTwoThreadsLeaveWhatALoadInTurnLeaves) {
   write(dir / "track_07/track_settings.txt", "#version 1\ntype Chiptune\n");
   write(dir / "track_09/mix_settings.txt", "#version 1\nbogus [1]=2\n");
 
-  struct Left {
-    std::string out, err;
-    int mono_oscillator, fm_oscillator, fm_envelope, one_shot_idx;
-    bool promotion;
-  };
-  auto load = [&](Project* p) {
-    // A load leaves slots above the counters as they were: both start alike.
-    std::memset(p, 0, sizeof(Project));
-    InstrumentParametersMonoSamplerIdx::oscillator = I<0, 3, 0>::from_value(3);
-    InstrumentParametersFMSynthIdx::oscillator = I<0, 7, 0>::from_value(7);
-    InstrumentParametersFMSynthIdx::envelope = I<0, 3, 0>::from_value(2);
-    InstrumentParametersOneShotIdx::idx = I<0, 7, 0>::from_value(7);
-    chiptune_to_monosampler_promotion = false;
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    project_load(p, dir.c_str());
-    std::fflush(stdout);
-    Left left{testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr(),
-              InstrumentParametersMonoSamplerIdx::oscillator.value(), InstrumentParametersFMSynthIdx::oscillator.value(),
-              InstrumentParametersFMSynthIdx::envelope.value(), InstrumentParametersOneShotIdx::idx.value(),
-              chiptune_to_monosampler_promotion};
-    return left;
-  };
-  Left const parallel = load(&first);
-  set_ordered_jobs_parallel(false);
-  Left const in_turn = load(&second);
-  set_ordered_jobs_parallel(true);
+  InstrumentParametersMonoSamplerIdx::oscillator = I<0, 3, 0>::from_value(3);
+  InstrumentParametersFMSynthIdx::oscillator = I<0, 7, 0>::from_value(7);
+  InstrumentParametersFMSynthIdx::envelope = I<0, 3, 0>::from_value(2);
+  InstrumentParametersOneShotIdx::idx = I<0, 7, 0>::from_value(7);
+  chiptune_to_monosampler_promotion = false;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  project_load(&first, dir.c_str());
+  std::fflush(stdout);
+  std::string const out = testing::internal::GetCapturedStdout();
+  std::string const err = testing::internal::GetCapturedStderr();
 
   // The last track of each kind set them in its last patch: track 15 (a
   // Chiptune track, now a MonoSampler) the MonoSampler's, track 4 the
   // FMSynth's, track 12 the OneShot's.
-  EXPECT_EQ(parallel.mono_oscillator, 1);
-  EXPECT_EQ(parallel.fm_oscillator, 5);
-  EXPECT_EQ(parallel.fm_envelope, 3);
-  EXPECT_EQ(parallel.one_shot_idx, 6);
-  EXPECT_TRUE(parallel.promotion);
-  EXPECT_EQ(parallel.out,
+  EXPECT_EQ(InstrumentParametersMonoSamplerIdx::oscillator.value(), 1);
+  EXPECT_EQ(InstrumentParametersFMSynthIdx::oscillator.value(), 5);
+  EXPECT_EQ(InstrumentParametersFMSynthIdx::envelope.value(), 3);
+  EXPECT_EQ(InstrumentParametersOneShotIdx::idx.value(), 6);
+  EXPECT_TRUE(chiptune_to_monosampler_promotion);
+  EXPECT_EQ(out,
             "found Chiptune track type, promoting to MonoSampler!\n"
             "found Chiptune track type, promoting to MonoSampler!\n");
-
-  EXPECT_EQ(parallel.out, in_turn.out);
-  EXPECT_EQ(parallel.err, in_turn.err);
-  EXPECT_EQ(parallel.mono_oscillator, in_turn.mono_oscillator);
-  EXPECT_EQ(parallel.fm_oscillator, in_turn.fm_oscillator);
-  EXPECT_EQ(parallel.fm_envelope, in_turn.fm_envelope);
-  EXPECT_EQ(parallel.one_shot_idx, in_turn.one_shot_idx);
-  EXPECT_EQ(parallel.promotion, in_turn.promotion);
-  EXPECT_EQ(std::memcmp(&first, &second, sizeof(Project)), 0);
+  EXPECT_EQ(err, "error: could not open \"" + (dir / "sequencer.txt").string() + "\" for reading!\n");
   chiptune_to_monosampler_promotion = false;
 }
 
-// A pipe among the slot files is opened only in its turn: behind a file
-// that ends the run it is never opened (its open would wait for a writer).
+// A pipe among the slot files behind a file that ends the run is never
+// opened (its open would wait for a writer).
 TEST(ProjectLoadDeathTest, APipeBehindARunEndIsNotOpened) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   fs::path const dir = scratch("pipe");
-  // The first file is long, so that the other thread is at the pipe by then.
-  std::string first_file = "#version 1\n";
-  for (int i = 0; i < 300000; ++i) first_file += "foo bar\n";
-  write(dir / "patterns/pattern_00.txt", first_file + "!steps MIDI\n0 op_code 0 load" + std::string(300, 'A') + "\n");
+  write(dir / "patterns/pattern_00.txt", "#version 1\n!steps MIDI\n0 op_code 0 load" + std::string(300, 'A') + "\n");
   ASSERT_EQ(mkfifo((dir / "patterns/pattern_08.txt").c_str(), 0600), 0);
   auto run = [&] {
     alarm(20);  // an open of the pipe would wait for ever
     project_load(&first, dir.c_str());
   };
   EXPECT_EXIT(run(), testing::KilledBySignal(SIGABRT), testing::HasSubstr("Assertion `strlen(s) < sizeof(buf) - 1' failed"));
-}
-
-// The tracks' own records have no page selector: only patch records do, so
-// that the patch records of a track tell which selectors its load sets.
-TEST(ProjectLoad, TrackRecordsHaveNoPageSelectors) {
-  project_initialize(&first);
-  std::array<bool, kPageSelectors> const none{};
-  EXPECT_EQ(page_selectors_of(first.track_settings[0]), none);
-  EXPECT_EQ(page_selectors_of(first.track_callbacks[0]), none);
-  EXPECT_EQ(page_selectors_of(first.mix_settings[0]), none);
-  EXPECT_EQ(page_selectors_of(first.mix_modulation_mappings[0]), none);
-  EXPECT_EQ(page_selectors_of(first.fx_parameters[0]), none);
 }
 
 TEST(ProjectSave, TwiceGivesIdenticalFiles) {

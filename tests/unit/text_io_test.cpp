@@ -19,7 +19,7 @@
 
 #include "kelvane/run_end.hpp"
 #include "settings/dialog.hpp"
-#include "settings/text_io.hpp"
+#include "io/text_io.hpp"
 
 using namespace kelvane;
 
@@ -167,7 +167,9 @@ std::filesystem::path scratch_file() {
 
 // Reads the file with fgets and with a LineReader into buffers of `size`
 // bytes that start full of 'q' before every call, and compares every
-// buffer and every return.
+// buffer and every return. A third reader takes every other line in place,
+// which must read as the text of the line up to its first NUL, and leave
+// the lines after it as they are.
 bool same_lines(std::string const& content, size_t size) {
   std::filesystem::path const path = scratch_file();
   {
@@ -180,13 +182,25 @@ bool same_lines(std::string const& content, size_t size) {
   EXPECT_TRUE(reader.open(path.c_str()));
   LineReader from_memory;
   from_memory.assign(content.data(), content.size());
+  LineReader in_place;
+  EXPECT_TRUE(in_place.open(path.c_str()));
   bool same = true;
   for (int call = 0; same; ++call) {
-    std::vector<char> by_lib(size, 'q'), by_file(size, 'q'), by_memory(size, 'q');
+    std::vector<char> by_lib(size, 'q'), by_file(size, 'q'), by_memory(size, 'q'), by_turns(size, 'q');
     bool const lib = std::fgets(by_lib.data(), int(size), f) != nullptr;
     bool const file = reader.next(by_file.data(), size);
     bool const memory = from_memory.next(by_memory.data(), size);
-    same = lib == file && lib == memory && by_lib == by_file && by_lib == by_memory;
+    bool turns;
+    if (call % 2 == 0) {
+      char const* const line = in_place.next_line(size);
+      turns = line != nullptr;
+      if (turns) by_turns.assign(by_lib.begin(), by_lib.end());
+      if (turns && std::string(line) != std::string(by_lib.data())) by_turns[0] ^= 1;
+    } else {
+      turns = in_place.next(by_turns.data(), size);
+    }
+    same = lib == file && lib == memory && lib == turns && by_lib == by_file && by_lib == by_memory &&
+           by_lib == by_turns;
     EXPECT_TRUE(same) << "call " << call << " of a text of " << content.size() << " bytes, buffer " << size;
     if (!lib) break;
   }

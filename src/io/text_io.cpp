@@ -1,4 +1,4 @@
-#include "settings/text_io.hpp"
+#include "io/text_io.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -36,7 +36,8 @@ void LineReader::reserve(size_t capacity) {
 void LineReader::assign(char const* text, size_t size) {
   finish();
   failed_ = false;
-  reserve(size + 1);
+  covered_ = nullptr;
+  reserve(size + kSlack);
   if (size) std::memcpy(data_, text, size);
   size_ = size;
   pos_ = 0;
@@ -51,7 +52,7 @@ void LineReader::fill(size_t wanted) {
     pos_ = 0;
   }
   size_t const room = wanted < 65536 ? 65536 : wanted;
-  reserve(size_ + room);
+  reserve(size_ + room + kSlack);
   for (;;) {
     ssize_t const n = ::read(fd_, data_ + size_, room);
     if (n < 0 && errno == EINTR) continue;
@@ -68,6 +69,7 @@ void LineReader::fill(size_t wanted) {
 bool LineReader::open(char const* path) {
   finish();
   failed_ = false;
+  covered_ = nullptr;
   size_ = 0;
   pos_ = 0;
   fd_ = ::open(path, O_RDONLY);
@@ -75,15 +77,24 @@ bool LineReader::open(char const* path) {
   struct stat st;
   if (fstat(fd_, &st) != 0 || !S_ISREG(st.st_mode)) return true;
   // A regular file: read to its end now, in one read where its size is
-  // right (the end is then told by a read of nothing).
-  reserve(size_t(st.st_size) + 1);
+  // right. A read gives what was asked for as far as the file goes: one
+  // that stops short, having given the size the file reported, stopped at
+  // its end. Any other read that stops short is followed by the next, up to
+  // a read of nothing (a file of /proc reports a size of 0).
+  size_t const reported = size_t(st.st_size);
+  reserve(reported + 1 + kSlack);
   while (fd_ >= 0) {
-    if (size_ == capacity_) reserve(capacity_ * 2);
-    ssize_t const n = ::read(fd_, data_ + size_, capacity_ - size_);
+    if (capacity_ - size_ == kSlack) reserve(capacity_ * 2);
+    size_t const asked = capacity_ - kSlack - size_;
+    ssize_t const n = ::read(fd_, data_ + size_, asked);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) failed_ = true;
-    if (n <= 0) finish();
-    else size_ += size_t(n);
+    if (n <= 0) {
+      finish();
+      continue;
+    }
+    size_ += size_t(n);
+    if (size_t(n) < asked && size_ == reported && reported > 0) finish();
   }
   return true;
 }
@@ -98,16 +109,36 @@ namespace {
 enum class Scan { done, ended, mismatch };
 
 // "%s": blanks skipped, then every byte up to the next blank or the end.
-Scan scan_word(char const*& p, char* out) {
+// The position is kept in a local: a write through `out` could otherwise
+// change it for all the compiler knows, and it would be read again at each
+// byte.
+Scan scan_word(char const*& text, char* out) {
+  char const* p = text;
   while (is_scan_blank(*p)) ++p;
-  if (*p == 0) return Scan::ended;
-  while (*p && !is_scan_blank(*p)) *out++ = *p++;
-  *out = 0;
+  if (*p == 0) {
+    text = p;
+    return Scan::ended;
+  }
+  char const* const from = p;
+  while (!ends_scan_word(*p)) ++p;
+  size_t const n = size_t(p - from);
+  std::memcpy(out, from, n);
+  out[n] = 0;
+  text = p;
   return Scan::done;
 }
 
-// "%d"
+// "%d". Up to nine digits with nothing before them, the numbers of the
+// files, are read here; anything else takes the general conversion.
 Scan scan_decimal(char const*& p, int* out) {
+  unsigned value = 0;
+  int n = 0;
+  for (unsigned d; n < 10 && (d = unsigned(p[n] - '0')) <= 9; ++n) value = value * 10 + d;
+  if (n > 0 && n < 10) {
+    *out = int(value);
+    p += n;
+    return Scan::done;
+  }
   static constexpr NumberFormat kDecimal = scan_format("%d");
   int const r = scan_number_at(p, kDecimal, out);
   return r == 1 ? Scan::done : r == EOF ? Scan::ended : Scan::mismatch;
