@@ -111,7 +111,8 @@ void draw_before_after() {
   if (last < 0) return;
   first = std::max(first - 2, 0);
   last = std::min(last + 2, kSequencerLines - 1);
-  std::printf("%s\n", style.heading("the target's sequencer now, lines " + hex2(first) + " to " + hex2(last) + ":").c_str());
+  std::string const heading = "the target's sequencer now, lines " + hex2(first) + " to " + hex2(last) + ":";
+  std::printf("%s\n", style.heading(heading).c_str());
   draw_song(&prj_tgt, song_before, first, last, style, &song_after);
   std::printf("%s\n", style.heading("after the run:").c_str());
   draw_song(&prj_tgt, song_after, first, last, style, &song_before);

@@ -198,7 +198,9 @@ bool target_is_new(std::string const& dir) {
   std::error_code ec;
   fs::file_status const status = fs::status(dir, ec);
   if (!fs::exists(status)) return true;
-  if (!fs::is_directory(status)) fail("target project `" + dir + "' is not a directory: give a project directory, or a path where a new one is to be made");
+  if (!fs::is_directory(status))
+    fail("target project `" + dir +
+         "' is not a directory: give a project directory, or a path where a new one is to be made");
   return fs::is_empty(dir, ec) && !ec;
 }
 
@@ -214,7 +216,8 @@ std::string kind_name(Project const* p, int track) { return type_name(p->track_s
 void check_tracks(Request const& r) {
   PatternType const source_kind = prj_src.track_settings[r.source_track].type;
   if (type_name(source_kind) == "unknown")
-    fail("source track " + std::to_string(r.source_track) + " has no kind the tracker knows: its patches cannot be read");
+    fail("source track " + std::to_string(r.source_track) +
+         " has no kind the tracker knows: its patches cannot be read");
   if (prj_tgt.track_settings[r.target_track].type.stored != source_kind.stored)
     fail("source track " + std::to_string(r.source_track) + " (" + kind_name(&prj_src, r.source_track) +
          ") and target track " + std::to_string(r.target_track) + " (" + kind_name(&prj_tgt, r.target_track) +

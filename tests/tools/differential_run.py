@@ -35,7 +35,7 @@ import sys
 
 sys.dont_write_bytecode = True  # nothing written into the source tree
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from mutation_run import (Mutator, build_line_pool, load_cases, mutate_args, prepare,  # noqa: E402
+from mutation_run import (Mutator, apply_mutations, build_line_pool, load_cases, prepare,  # noqa: E402
                           read, write, enc)
 
 FULL_TRACK = "5"  # the source track of the benchmark's whole-track import
@@ -147,17 +147,7 @@ class Campaign:
                 rng = random.Random("full %d/%d" % (self.ns.seed, run))
                 mutator = Mutator(rng, self.prep, line_pool)
                 mutator.log = log
-                for _ in range(rng.randint(1, 8)):
-                    r = rng.random()
-                    try:
-                        if r < 0.15:
-                            args = mutate_args(rng, args, log)
-                        elif r < 0.35:
-                            mutator.mutate_tree()
-                        else:
-                            mutator.mutate_content()
-                    except OSError as e:
-                        log.append("mutation skipped: %s" % e)
+                args = apply_mutations(rng, mutator, args, rng.randint(1, 8), 0.15, 0.35)
             self.compare("full %d" % run, args, log)
             if (run + 2) % 25 == 0:
                 print("... full project: %d runs" % (run + 2), flush=True)
@@ -171,17 +161,7 @@ class Campaign:
             args = list(case[2])
             mutator = Mutator(rng, self.prep, line_pool)
             mutator.log = log
-            for _ in range(rng.randint(1, 5)):
-                r = rng.random()
-                try:
-                    if r < 0.2:
-                        args = mutate_args(rng, args, log)
-                    elif r < 0.4:
-                        mutator.mutate_tree()
-                    else:
-                        mutator.mutate_content()
-                except OSError as e:
-                    log.append("mutation skipped: %s" % e)
+            args = apply_mutations(rng, mutator, args, rng.randint(1, 5), 0.2, 0.4)
             self.compare("case %d %s" % (run, case[0]), args, log)
             if (run + 1) % 250 == 0:
                 print("... cases: %d runs" % (run + 1), flush=True)

@@ -575,6 +575,25 @@ def failure_signature(detail, err_text):
     return d.strip()
 
 
+def apply_mutations(rng, mutator, args, count, args_share, tree_share):
+    """Applies `count` mutations, each to the arguments (with chance
+    args_share), to the layout of the tree (up to tree_share) or to a file's
+    content (the rest); returns the arguments. A mutation that a path blocked
+    by an earlier one (a file where a directory should be) is left out."""
+    for _ in range(count):
+        r = rng.random()
+        try:
+            if r < args_share:
+                args = mutate_args(rng, args, mutator.log)
+            elif r < tree_share:
+                mutator.mutate_tree()
+            else:
+                mutator.mutate_content()
+        except OSError as e:
+            mutator.log.append("mutation skipped: %s" % e)
+    return args
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("binary")
@@ -625,19 +644,7 @@ def main():
         args = list(case[2])
         mut = Mutator(rng, run_dir, line_pool)
         mut.log = log
-        for _ in range(rng.randint(1, 5)):
-            r = rng.random()
-            try:
-                if r < 0.2:
-                    args = mutate_args(rng, args, log)
-                elif r < 0.4:
-                    mut.mutate_tree()
-                else:
-                    mut.mutate_content()
-            except OSError as e:
-                # a path blocked by an earlier mutation (a file where a
-                # directory should be): this mutation is left out
-                log.append("mutation skipped: %s" % e)
+        args = apply_mutations(rng, mut, args, rng.randint(1, 5), 0.2, 0.4)
 
         before = snapshot(run_dir)
         try:
